@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <cstdint>
 #include <new>
 
 #include "transport.h"
@@ -9,8 +8,7 @@ int GetPID() { return static_cast<int>(getpid()); }
 
 // pthread_t is an address on some hosts; the transport only compares thread
 // ids for equality, so the low 32 bits serve.
-unsigned GetTID() { return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(
-    reinterpret_cast<void*>(pthread_self()))); }
+unsigned GetTID() { return static_cast<unsigned>(pthread_self()); }
 
 Link::~Link() {}
 
