@@ -101,8 +101,11 @@ class MemoryMutex {
   void Destroy();
 
  private:
+  friend class CyclicSharedMemory;
   MemoryMutex(MemoryMutex const&) = delete;
   MemoryMutex& operator=(MemoryMutex const&) = delete;
+  // True when the mutex was free (or is unusable) and is now held.
+  bool TryLock();
 
   pthread_mutex_t* mMutex;
 };
@@ -194,11 +197,18 @@ class CyclicSharedMemory : private Link {
  private:
   CyclicSharedMemory(CyclicSharedMemory const&) = delete;
   CyclicSharedMemory& operator=(CyclicSharedMemory const&) = delete;
+  // Takes the write mutex; false only inside the fatal-signal handler when
+  // the mutex stays held (by the thread the signal interrupted).
+  bool LockWriter();
+  // The shared part of both Write forms, under the write mutex from LockWriter.
+  unsigned WriteFrame(int const* code, char const* data, unsigned length);
+  // The shared part of both Read forms: into *body, or else into buffer.
+  unsigned ReadFrame(int* code, std::string* body, char* buffer, unsigned size, bool wait);
 
   Trigger mTriggerA;  // counts frames of the first-to-second buffer
   Trigger mTriggerB;  // counts frames of the second-to-first buffer
-  MemoryMutex mWriteMutex;
-  MemoryMutex mReadMutex;
+  MemoryMutex mWriteMutex;  // guards the outgoing write position, mTrojan, mRewindSuppressed
+  MemoryMutex mReadMutex;   // guards the incoming read position (non-waiting reads)
   int mSegmentId;  // -1 = invalid
   bool mIsFirstParty;
   bool mRewindSuppressed;
@@ -219,7 +229,7 @@ class CyclicSharedMemory : private Link {
   std::uint32_t* mSecondPollerQueueKey; // 36
   std::uint32_t* mFirstPollerMainKey;   // 40
   std::uint32_t* mFirstPollerQueueKey;  // 44
-  std::uint32_t* mFirstPartyHandle;     // 48
+  std::uint32_t* mFirstPartyHandle;     // 48: process-local token, not an address
   std::uint32_t* mSecondPartyHandle;    // 52
   char* mBase;
   unsigned mFirstToSecondStart;  // always 56
