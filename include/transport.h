@@ -201,9 +201,10 @@ class CyclicSharedMemory : private Link {
   // the mutex stays held (by the thread the signal interrupted).
   bool LockWriter();
   // The shared part of both Write forms, under the write mutex from LockWriter.
-  unsigned WriteFrame(int const* code, char const* data, unsigned length);
+  unsigned WriteFrame(int const* code, char const* data, unsigned length, bool present);
   // The shared part of both Read forms: into *body, or else into buffer.
-  unsigned ReadFrame(int* code, std::string* body, char* buffer, unsigned size, bool wait);
+  unsigned ReadFrame(int* code, std::string* body, char* buffer, unsigned size, bool wait,
+                     bool present);
 
   Trigger mTriggerA;  // counts frames of the first-to-second buffer
   Trigger mTriggerB;  // counts frames of the second-to-first buffer

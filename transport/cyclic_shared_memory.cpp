@@ -357,19 +357,18 @@ bool CyclicSharedMemory::LockWriter() {
 }
 
 unsigned CyclicSharedMemory::Write(int const* code, std::string const* body) {
-  if (mSegmentId == -1) {
-    Error("Invalid object");
-    return 0;
-  }
-  if (!mAnnounced) {
-    mAnnounced = true;
-    InformParty(true);
-  }
-  if (!IsPartyOnline() || !body) return 0;
-  return WriteFrame(code, body->data(), static_cast<unsigned>(body->size()));
+  return WriteFrame(code, body ? body->data() : nullptr,
+                    body ? static_cast<unsigned>(body->size()) : 0, body != nullptr);
 }
 
+// The raw form has no "Empty message": a missing or empty buffer is dropped
+// silently, like a message for an absent peer.
 unsigned CyclicSharedMemory::Write(int const* code, char const* data, unsigned size) {
+  return WriteFrame(code, data, size, data != nullptr && size != 0);
+}
+
+unsigned CyclicSharedMemory::WriteFrame(int const* code, char const* data, unsigned length,
+                                        bool present) {
   if (mSegmentId == -1) {
     Error("Invalid object");
     return 0;
@@ -378,11 +377,7 @@ unsigned CyclicSharedMemory::Write(int const* code, char const* data, unsigned s
     mAnnounced = true;
     InformParty(true);
   }
-  if (!IsPartyOnline() || !data || size == 0) return 0;
-  return WriteFrame(code, data, size);
-}
-
-unsigned CyclicSharedMemory::WriteFrame(int const* code, char const* data, unsigned length) {
+  if (!IsPartyOnline() || !present) return 0;
   if (!LockWriter()) return 0;
   if (length == 0 && !code) {
     mWriteMutex.Unlock();
@@ -456,25 +451,20 @@ unsigned CyclicSharedMemory::WriteFrame(int const* code, char const* data, unsig
 }
 
 unsigned CyclicSharedMemory::Read(int* code, std::string* body, bool wait) {
-  if (mSegmentId == -1) {
-    Error("Invalid object");
-    return 0;
-  }
-  if (!body) return 0;
-  return ReadFrame(code, body, nullptr, 0, wait);
+  return ReadFrame(code, body, nullptr, 0, wait, body != nullptr);
 }
 
 unsigned CyclicSharedMemory::Read(int* code, char* buffer, unsigned size, bool wait) {
+  return ReadFrame(code, nullptr, buffer, size, wait, buffer != nullptr && size != 0);
+}
+
+unsigned CyclicSharedMemory::ReadFrame(int* code, std::string* body, char* buffer, unsigned size,
+                                       bool wait, bool present) {
   if (mSegmentId == -1) {
     Error("Invalid object");
     return 0;
   }
-  if (!buffer || size == 0) return 0;
-  return ReadFrame(code, nullptr, buffer, size, wait);
-}
-
-unsigned CyclicSharedMemory::ReadFrame(int* code, std::string* body, char* buffer, unsigned size,
-                                       bool wait) {
+  if (!present) return 0;
   if (!mAnnounced) {
     mAnnounced = true;
     // With a poller registered, the poller announces the channel when it
