@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <tuple>
+#include <type_traits>
 
 namespace {
 
@@ -23,24 +25,68 @@ std::size_t Extend(std::string& body, std::size_t length) {
   return at;
 }
 
-template <typename Wire, typename T>
-void PutField(std::string& body, T value) {
-  Wire wire = static_cast<Wire>(value);
-  std::size_t at = Extend(body, sizeof wire);
-  std::memcpy(&body[at], &wire, sizeof wire);
+// Numbers travel at the width of their declared type (every record field is
+// a fixed-width type); texts and nested records use their own operators.
+template <typename T>
+std::enable_if_t<std::is_arithmetic<T>::value> Put(std::string& body, T value) {
+  std::size_t at = Extend(body, sizeof value);
+  std::memcpy(&body[at], &value, sizeof value);
 }
 
-template <typename Wire, typename T>
-void TakeField(std::string& body, T& value) {
-  Wire wire;
-  if (body.size() < sizeof wire) {
+template <typename T>
+std::enable_if_t<!std::is_arithmetic<T>::value> Put(std::string& body, T const& value) {
+  body << value;
+}
+
+template <typename T>
+std::enable_if_t<std::is_arithmetic<T>::value> Take(std::string& body, T& value) {
+  if (body.size() < sizeof value) {
     body.clear();
     return;
   }
-  std::memcpy(&wire, body.data(), sizeof wire);
-  body.erase(0, sizeof wire);
-  value = static_cast<T>(wire);
+  std::memcpy(&value, body.data(), sizeof value);
+  body.erase(0, sizeof value);
 }
+
+template <typename T>
+std::enable_if_t<!std::is_arithmetic<T>::value> Take(std::string& body, T& value) {
+  body >> value;
+}
+
+// Each record names its fields once, in wire order; encoding, decoding and
+// comparison are all walks over that list.
+template <typename Media, typename Visit>
+decltype(auto) Fields(Media& m, Visit visit) {
+  return visit(m.type, m.payloadType, m.codec, m.clockRate, m.address, m.port, m.packetTime,
+               m.direction);
+}
+
+template <typename Fax, typename Visit>
+decltype(auto) FaxFields(Fax& f, Visit visit) {
+  return visit(f.remoteId, f.pages, f.bitRate, f.badLines);
+}
+
+template <typename Statistics, typename Visit>
+decltype(auto) StatisticsFields(Statistics& s, Visit visit) {
+  return visit(s.txPackets, s.txCodec, s.txPacketSize, s.rxPackets, s.rxCodec, s.rxPacketSize,
+               s.rxPacketsLost, s.rxJitter, s.rxMaxDelay, s.fax);
+}
+
+auto Encoder(std::string& body) {
+  return [&body](auto const&... fields) -> std::string& {
+    (Put(body, fields), ...);
+    return body;
+  };
+}
+
+auto Decoder(std::string& body) {
+  return [&body](auto&... fields) -> std::string& {
+    (Take(body, fields), ...);
+    return body;
+  };
+}
+
+auto const kTie = [](auto const&... fields) { return std::tie(fields...); };
 
 }  // namespace
 
@@ -75,91 +121,34 @@ std::string& operator>>(std::string& body, std::string& text) {
 }
 
 bool operator==(MediaParams const& a, MediaParams const& b) {
-  return a.type == b.type && a.payloadType == b.payloadType && a.codec == b.codec &&
-         a.clockRate == b.clockRate && a.address == b.address && a.port == b.port &&
-         a.packetTime == b.packetTime && a.direction == b.direction;
+  return Fields(a, kTie) == Fields(b, kTie);
 }
-
 bool operator!=(MediaParams const& a, MediaParams const& b) { return !(a == b); }
-
 std::string& operator<<(std::string& body, MediaParams const& media) {
-  PutField<std::int32_t>(body, media.type);
-  PutField<std::int32_t>(body, media.payloadType);
-  body << media.codec;
-  PutField<std::uint32_t>(body, media.clockRate);
-  body << media.address;
-  PutField<std::uint16_t>(body, media.port);
-  PutField<std::uint16_t>(body, media.packetTime);
-  PutField<std::uint32_t>(body, media.direction);
-  return body;
+  return Fields(media, Encoder(body));
 }
-
 std::string& operator>>(std::string& body, MediaParams& media) {
-  TakeField<std::int32_t>(body, media.type);
-  TakeField<std::int32_t>(body, media.payloadType);
-  body >> media.codec;
-  TakeField<std::uint32_t>(body, media.clockRate);
-  body >> media.address;
-  TakeField<std::uint16_t>(body, media.port);
-  TakeField<std::uint16_t>(body, media.packetTime);
-  TakeField<std::uint32_t>(body, media.direction);
-  return body;
+  return Fields(media, Decoder(body));
 }
 
 bool operator==(FaxStatistics const& a, FaxStatistics const& b) {
-  return a.remoteId == b.remoteId && a.pages == b.pages && a.bitRate == b.bitRate &&
-         a.badLines == b.badLines;
+  return FaxFields(a, kTie) == FaxFields(b, kTie);
 }
-
 bool operator!=(FaxStatistics const& a, FaxStatistics const& b) { return !(a == b); }
-
 std::string& operator<<(std::string& body, FaxStatistics const& fax) {
-  body << fax.remoteId;
-  PutField<std::uint32_t>(body, fax.pages);
-  PutField<std::uint32_t>(body, fax.bitRate);
-  PutField<std::uint16_t>(body, fax.badLines);
-  return body;
+  return FaxFields(fax, Encoder(body));
 }
-
 std::string& operator>>(std::string& body, FaxStatistics& fax) {
-  body >> fax.remoteId;
-  TakeField<std::uint32_t>(body, fax.pages);
-  TakeField<std::uint32_t>(body, fax.bitRate);
-  TakeField<std::uint16_t>(body, fax.badLines);
-  return body;
+  return FaxFields(fax, Decoder(body));
 }
 
 bool operator==(CallStatistics const& a, CallStatistics const& b) {
-  return a.txPackets == b.txPackets && a.txCodec == b.txCodec && a.txPacketSize == b.txPacketSize &&
-         a.rxPackets == b.rxPackets && a.rxCodec == b.rxCodec && a.rxPacketSize == b.rxPacketSize &&
-         a.rxPacketsLost == b.rxPacketsLost && a.rxJitter == b.rxJitter &&
-         a.rxMaxDelay == b.rxMaxDelay && a.fax == b.fax;
+  return StatisticsFields(a, kTie) == StatisticsFields(b, kTie);
 }
-
 bool operator!=(CallStatistics const& a, CallStatistics const& b) { return !(a == b); }
-
 std::string& operator<<(std::string& body, CallStatistics const& statistics) {
-  PutField<std::uint32_t>(body, statistics.txPackets);
-  PutField<std::uint16_t>(body, statistics.txCodec);
-  PutField<std::uint16_t>(body, statistics.txPacketSize);
-  PutField<std::uint32_t>(body, statistics.rxPackets);
-  PutField<std::uint16_t>(body, statistics.rxCodec);
-  PutField<std::uint16_t>(body, statistics.rxPacketSize);
-  PutField<std::uint16_t>(body, statistics.rxPacketsLost);
-  PutField<std::uint32_t>(body, statistics.rxJitter);
-  PutField<std::uint32_t>(body, statistics.rxMaxDelay);
-  return body << statistics.fax;
+  return StatisticsFields(statistics, Encoder(body));
 }
-
 std::string& operator>>(std::string& body, CallStatistics& statistics) {
-  TakeField<std::uint32_t>(body, statistics.txPackets);
-  TakeField<std::uint16_t>(body, statistics.txCodec);
-  TakeField<std::uint16_t>(body, statistics.txPacketSize);
-  TakeField<std::uint32_t>(body, statistics.rxPackets);
-  TakeField<std::uint16_t>(body, statistics.rxCodec);
-  TakeField<std::uint16_t>(body, statistics.rxPacketSize);
-  TakeField<std::uint16_t>(body, statistics.rxPacketsLost);
-  TakeField<std::uint32_t>(body, statistics.rxJitter);
-  TakeField<std::uint32_t>(body, statistics.rxMaxDelay);
-  return body >> statistics.fax;
+  return StatisticsFields(statistics, Decoder(body));
 }
