@@ -5,5 +5,7 @@
 
 #include "transport.h"
 #include "codec.h"
+#include "call_records.h"
+#include "call_messenger.h"
 
 #endif  // LIBMESSAGING_LIBMESSAGING_H_

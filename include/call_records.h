@@ -1,0 +1,133 @@
+// Records and enumerations of the call-control family: the description of a
+// call party, registration and call options, shared by most messengers.
+//
+// Each record travels as the plain concatenation of its fields in declaration
+// order (see codec.h for the widths); none carries a length or a tag, so the
+// order of the fields below is part of the wire and never changes.
+#ifndef LIBMESSAGING_CALL_RECORDS_H_
+#define LIBMESSAGING_CALL_RECORDS_H_
+
+#include <list>
+#include <string>
+
+#include "codec.h"
+
+// Kind of call-control sender, appended to every body of the family. The
+// channel ids 4 to 11 of the call-control channels map to 1 to 8.
+enum ProtocolType {
+  PROTOCOL_DEFAULT = 0,  // CAS, ISDN and any sender that does not say
+  PROTOCOL_FXO = 1,
+  PROTOCOL_SIP = 2,
+  PROTOCOL_FXS = 3,
+  PROTOCOL_ISDN = 4,
+  PROTOCOL_CAS = 5,
+  PROTOCOL_MGCP = 6,
+  PROTOCOL_TRUNK = 7,
+  PROTOCOL_CMCS = 8,
+};
+
+// Why a call failed; the values belong to the applications.
+enum CallErrorCode {
+  CALL_ERROR_NONE = 0,
+  CALL_ERROR_BUSY = 1,
+  CALL_ERROR_NO_ANSWER = 2,
+  CALL_ERROR_REJECTED = 3,
+  CALL_ERROR_UNREACHABLE = 4,
+  CALL_ERROR_MEDIA = 5,
+  CALL_ERROR_INTERNAL = 6,
+};
+
+enum ReferResponseType {
+  REFER_ACCEPTED = 0,
+  REFER_REJECTED = 1,
+  REFER_FAILED = 2,
+  REFER_SUCCEEDED = 3,
+};
+
+// What changed in a line process's configuration.
+enum CfgChangeType {
+  CFG_CHANGE_NONE = 0,
+  CFG_CHANGE_LINES = 1,
+  CFG_CHANGE_USERS = 2,
+  CFG_CHANGE_ROUTES = 3,
+  CFG_CHANGE_TIMERS = 4,
+};
+
+// Kind of additional call information raised between signalling processes.
+enum RaiseAddInfoType {
+  ADD_INFO_NONE = 0,
+  ADD_INFO_INFO = 1,
+  ADD_INFO_NOTIFY = 2,
+  ADD_INFO_MESSAGE = 3,
+};
+
+// One call party. The first text is the party's address or user part and the
+// fifth its host part ("user@host" when the host is not empty).
+struct CallParams {
+  CallParams();
+  CallParams(CallParams const& other);
+  CallParams& operator=(CallParams const& other);
+  ~CallParams();
+
+  std::string user;         // address or user part
+  std::string displayName;
+  std::string number;       // dialled or presented number
+  std::string tag;          // dialog tag
+  std::string host;         // host part
+  std::string contact;
+  std::string sessionId;
+  std::string line;         // line or trunk name
+  std::string authUser;
+  std::string info;         // free text
+  unsigned long port;       // line or port number
+};
+
+// A user to register: a CallParams and whether it is registered.
+struct RegisterParams : CallParams {
+  bool registered = false;
+};
+
+struct CallExtraParams {
+  unsigned long flags = 0;
+  unsigned long context = 0;
+};
+
+struct PackageParam {
+  std::string event;
+  std::string contentType;
+  std::string content;
+};
+
+// A default attachment, sent where none is given, is (-1, -1, "").
+struct CallAttachment {
+  int kind = -1;
+  int reference = -1;
+  std::string data;
+};
+
+struct AlertInfo {
+  bool enabled = false;
+  std::string uri;
+};
+
+bool operator==(CallParams const& a, CallParams const& b);
+bool operator==(RegisterParams const& a, RegisterParams const& b);
+bool operator==(CallExtraParams const& a, CallExtraParams const& b);
+bool operator==(PackageParam const& a, PackageParam const& b);
+bool operator==(CallAttachment const& a, CallAttachment const& b);
+bool operator==(AlertInfo const& a, AlertInfo const& b);
+
+std::string& operator<<(std::string& body, CallParams const& record);
+std::string& operator>>(std::string& body, CallParams& record);
+std::string& operator<<(std::string& body, RegisterParams const& record);
+std::string& operator>>(std::string& body, RegisterParams& record);
+std::string& operator<<(std::string& body, CallExtraParams const& record);
+std::string& operator>>(std::string& body, CallExtraParams& record);
+std::string& operator<<(std::string& body, PackageParam const& record);
+std::string& operator>>(std::string& body, PackageParam& record);
+std::string& operator<<(std::string& body, CallAttachment const& record);
+std::string& operator>>(std::string& body, CallAttachment& record);
+std::string& operator<<(std::string& body, AlertInfo const& record);
+std::string& operator>>(std::string& body, AlertInfo& record);
+
+#endif  // LIBMESSAGING_CALL_RECORDS_H_
