@@ -5,38 +5,16 @@
 // Slots 0 and 1 are the complete-object and deleting destructors.
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstring>
+#include <string>
 #include <vector>
 
 #include "libmessaging.h"
+#include "support/slots.h"
 
 namespace {
 
-template <typename Member>
-long SlotOf(Member member) {
-  struct Representation {
-    std::ptrdiff_t pointer;
-    std::ptrdiff_t adjustment;
-  } representation;
-  static_assert(sizeof(Member) == sizeof(Representation), "Itanium member-function pointer");
-  std::memcpy(&representation, &member, sizeof representation);
-  if ((representation.pointer & 1) == 0) return -1;  // not virtual
-  return static_cast<long>((representation.pointer - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)));
-}
-
-// Slots numbered from 2, in declaration order.
-std::vector<long> Expected(std::size_t count) {
-  std::vector<long> slots;
-  for (std::size_t i = 0; i < count; ++i) slots.push_back(static_cast<long>(i) + 2);
-  return slots;
-}
-
-template <typename... Members>
-std::vector<long> Slots(Members... members) {
-  return {SlotOf(members)...};
-}
-
+using test::Expected;
+using test::Slots;
 using Text = std::string;
 
 TEST(SlotOrder, Link) {
