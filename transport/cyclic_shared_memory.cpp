@@ -200,12 +200,18 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
         ErrorEx("System create Shared Memory");
         return;
       }
-      segment = sysv.ShmGet(key, size, IPC_CREAT | kPermissions);
+      // Exclusive, so that of two ends starting at the same moment only one
+      // believes it created the segment; the other joins what it finds.
+      segment = sysv.ShmGet(key, size, IPC_CREAT | IPC_EXCL | kPermissions);
+      if (segment == -1 && errno == EEXIST) {
+        segment = sysv.ShmGet(key, size, 0);
+      } else if (segment != -1) {
+        created = true;
+      }
       if (segment == -1) {
         ErrorEx("Create Shared Memory");
         return;
       }
-      created = true;
     }
     void* address = sysv.ShmAt(segment);
     if (address == reinterpret_cast<void*>(-1)) {
