@@ -253,13 +253,16 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
 
     if (first) initialiseHeader();
     switch (*mPartyFlags & kAttachedMask) {
+      // Atomic updates here and wherever a party changes its bytes: an
+      // announce of the peer may be rewriting the word at the same time, and
+      // a lost update leaves one end offline for good.
       case kFirstAttached:
-        if (!mIsFirstParty) *mPartyFlags |= kSecondAttached;
+        if (!mIsFirstParty) __atomic_fetch_or(mPartyFlags, kSecondAttached, __ATOMIC_ACQ_REL);
         break;
       case kSecondAttached:
         // The first party left: take its place. Its poller words stay, the
         // second party's poller still needs them.
-        *mPartyFlags |= kFirstAttached;
+        __atomic_fetch_or(mPartyFlags, kFirstAttached, __ATOMIC_ACQ_REL);
         *mFirstPartyPid = static_cast<std::uint32_t>(mPID);
         *mFirstPartyTid = GetTID();
         mIsFirstParty = true;
@@ -450,7 +453,14 @@ unsigned CyclicSharedMemory::WriteFrame(int const* code, char const* data, unsig
     return 0;
   }
   StoreRelease(writePosition, bodyEnd + kFrameGap);
-  (mIsFirstParty ? mTriggerA : mTriggerB).SetImpulse();
+  if (!(mIsFirstParty ? mTriggerA : mTriggerB).SetImpulse()) {
+    // An uncounted frame would be read in place of the next counted one
+    // (the reader trusts the count, not the positions): take it back. Only
+    // this writer reads the word, so withdrawing it is safe.
+    StoreRelease(writePosition, writer);
+    mWriteMutex.Unlock();
+    return 0;
+  }
   SpurOnTrojanHorse(length);
   mWriteMutex.Unlock();
   return length + 4;
@@ -562,9 +572,9 @@ void CyclicSharedMemory::InformParty(bool online) {
   std::uint32_t const mine = mIsFirstParty ? kFirstOnline : kSecondOnline;
   if (((*mPartyFlags & mine) != 0) == online) return;
   if (online)
-    *mPartyFlags |= mine;
+    __atomic_fetch_or(mPartyFlags, mine, __ATOMIC_ACQ_REL);
   else
-    *mPartyFlags &= ~mine;
+    __atomic_fetch_and(mPartyFlags, ~mine, __ATOMIC_ACQ_REL);
   if ((*mPartyFlags & kAttachedMask) != kBothAttached) return;
   int code = static_cast<int>(online ? kOnlineCode : kOfflineCode);
   std::string body(reinterpret_cast<char const*>(&mId), sizeof mId);
@@ -612,13 +622,22 @@ void CyclicSharedMemory::ResetReader(unsigned length) {
 void CyclicSharedMemory::Cleanup() {
   if (mSegmentId == -1) return;
   InformParty(false);
-  *mPartyFlags &= ~(mIsFirstParty ? kFirstAttached : kSecondAttached);
+  std::uint32_t const mine = mIsFirstParty ? kFirstAttached : kSecondAttached;
+  std::uint32_t const peer = mIsFirstParty ? kSecondAttached : kFirstAttached;
+  // Of two parties leaving at once exactly one finds the other's byte
+  // already clear, and removes the channel even if the other has not
+  // detached yet; counting attachments alone, each could see the other
+  // still attached and neither would remove it.
+  bool const peerGone = (__atomic_fetch_and(mPartyFlags, ~mine, __ATOMIC_ACQ_REL) & peer) == 0;
   shmid_ds status;
   if (sysv.ShmStat(mSegmentId, &status) == -1) {
     ErrorEx("Getting Memory status");
     return;
   }
-  if (status.shm_nattch == 1) {
+  // Alone attached with the peer's byte still set: the peer died without
+  // clean-up. With its byte clear it has just left, and removes the channel.
+  bool const last = peerGone || (status.shm_nattch == 1 && (__atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE) & peer) != 0);
+  if (last) {
     if (!mTriggerA.RemoveTrigger() || !mTriggerB.RemoveTrigger()) {
       ErrorEx("Triggers Remove");
       return;
