@@ -53,17 +53,23 @@ enum : unsigned {
 // The highest ProtocolType a sender may carry.
 constexpr unsigned kLastProtocolType = 8;
 
+// The call-control channels 4..11 report their peers as sender kinds 1..8.
+constexpr int kFirstCallChannel = 4;
+constexpr int kLastCallChannel = 11;
+
 using CallId = unsigned long long;
 using Media = std::list<MediaParams>;
 
-char const kNoQueue[] = "CallMessenger: No transport queue.";
+// The class named in every error text of the family, subclasses included.
+char const kClass[] = "CallMessenger";
+char const kNoQueue[] = "No transport queue.";
 
 }  // namespace
 
 CallMessenger::CallMessenger(int id, Link* link, unsigned int size)
     : mProtocolType(PROTOCOL_DEFAULT),
       mQueue(new (std::nothrow) CyclicMessageQueue(id, "/bin/ping", size, link)) {
-  if (!mQueue) Error("CallMessenger: No memory to construct object.");
+  if (!mQueue) Report(*this, kClass, "No memory to construct object.");
 }
 
 CallMessenger::~CallMessenger() {
@@ -145,60 +151,59 @@ bool CallMessenger::ReferResponse(CallId const& callId, ReferResponseType respon
   return Send(*this, kReferResponse, callId, response, extra);
 }
 
-bool CallMessenger::Handle(int code, std::string const& body) {
-  return IsPartyStateCode(code) ? DoPartyStateChanged(code == kPeerOnlineCode, &body)
-                                : DispatchMessage(&code, &body);
-}
-
 bool CallMessenger::BeginMessageLoop() {
   if (!mQueue) {
-    Error(kNoQueue);
+    Report(*this, kClass, kNoQueue);
     return false;
   }
-  return RunMessageLoop(*mQueue, [this](int code, std::string const& body) { Handle(code, body); });
+  return RunMessageLoop(
+      *mQueue, [this](int code, std::string const& body) { DispatchMessage(&code, &body); },
+      [this](bool online, std::string const& body) { DoPartyStateChanged(online, &body); });
 }
 
 bool CallMessenger::ProcessMessageFromQueue(int n) {
   if (!mQueue) {
-    Error(kNoQueue);
+    Report(*this, kClass, kNoQueue);
     return false;
   }
-  return DrainMessages(*mQueue, n, [this](int code, std::string const& body) { Handle(code, body); });
+  return DrainMessages(
+      *mQueue, n, [this](int code, std::string const& body) { DispatchMessage(&code, &body); },
+      [this](bool online, std::string const& body) { DoPartyStateChanged(online, &body); });
 }
 
 CallId CallMessenger::GenerateCallID() const { return Utility::GenerateUniqueNumber(); }
 
 bool CallMessenger::IsPartyOnline() {
   if (mQueue) return mQueue->IsPartyOnline();
-  Error(kNoQueue);
+  Report(*this, kClass, kNoQueue);
   return false;
 }
 
 bool CallMessenger::IsQueueEmpty() {
   if (mQueue) return mQueue->IsQueueEmpty();
-  Error(kNoQueue);
+  Report(*this, kClass, kNoQueue);
   return false;
 }
 
 bool CallMessenger::ResetQueue() {
   if (mQueue) return mQueue->ResetBuffers();
-  Error(kNoQueue);
+  Report(*this, kClass, kNoQueue);
   return false;
 }
 
 CallMessenger::operator bool() {
   if (mQueue) return static_cast<bool>(*mQueue);
-  Error(kNoQueue);
+  Report(*this, kClass, kNoQueue);
   return false;
 }
 
+// The defaulted handlers: an application overrides those it needs.
 bool CallMessenger::OnOfferMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
 bool CallMessenger::OnAnswerMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
 bool CallMessenger::OnCallTransfer(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool CallMessenger::OnCallForward(CallId const&, std::list<CallParams> const&, CallExtraParams const&,
-                                  ProtocolType) {
+bool CallMessenger::OnCallForward(CallId const&, std::list<CallParams> const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
 bool CallMessenger::OnUpdateUserInfo(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
@@ -207,9 +212,7 @@ bool CallMessenger::OnUpdateUserInfo(CallId const&, CallParams const&, CallExtra
 bool CallMessenger::OnRequestMedia(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool CallMessenger::OnResponseMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) {
-  return false;
-}
+bool CallMessenger::OnResponseMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
 bool CallMessenger::OnInCallRefer(CallId const&, CallParams const&, CallId const&, CallExtraParams const&,
                                   ProtocolType) {
   return false;
@@ -222,7 +225,7 @@ bool CallMessenger::OnPartyStateChanged(bool, ProtocolType) { return false; }
 
 bool CallMessenger::SendMessage(int const* code, std::string* body) {
   if (!mQueue) {
-    Error(kNoQueue);
+    Report(*this, kClass, kNoQueue);
     return false;
   }
   *body << mProtocolType;
@@ -232,12 +235,12 @@ bool CallMessenger::SendMessage(int const* code, std::string* body) {
 bool CallMessenger::DispatchMessage(int const* code, std::string const* body) {
   if (!code || !body) return false;
   if (body->size() < 4) {
-    Error("CallMessenger: Wrong message format, sender doesn't belong to CallMessenger's hierarchy.");
+    Report(*this, kClass, "Wrong message format, sender doesn't belong to CallMessenger's hierarchy.");
     return true;
   }
   std::int32_t word = TrailingWord(*body);
   if (static_cast<unsigned>(word) > kLastProtocolType) {
-    Error("CallMessenger: Wrong sender ID.");
+    Report(*this, kClass, "Wrong sender ID.");
     return true;
   }
   ProtocolType const sender = static_cast<ProtocolType>(word);
@@ -290,7 +293,9 @@ bool CallMessenger::DispatchMessage(int const* code, std::string const* body) {
 bool CallMessenger::DoPartyStateChanged(bool online, std::string const* body) {
   if (!body || body->size() < 4) return false;
   std::int32_t channel = TrailingWord(*body);
-  ProtocolType sender = channel >= 4 && channel <= 11 ? static_cast<ProtocolType>(channel - 3) : PROTOCOL_DEFAULT;
+  ProtocolType sender = channel >= kFirstCallChannel && channel <= kLastCallChannel
+                            ? static_cast<ProtocolType>(channel - kFirstCallChannel + 1)
+                            : PROTOCOL_DEFAULT;
   OnPartyStateChanged(online, sender);
   return true;
 }

@@ -18,7 +18,8 @@
 // last argument. Send operations return whether the message was queued
 // (false when the peer is not online, the buffer is full, or there is no
 // queue). Optional records passed as null travel as their defaults:
-// CallExtraParams (0, 0) and CallAttachment (-1, -1, "").
+// CallExtraParams (0, 0) and CallAttachment (-1, -1, ""). The dispatcher
+// ignores handler results; the defaults do nothing and return false.
 //
 // One thread drives a messenger, with BeginMessageLoop (blocks until reading
 // fails) or ProcessMessageFromQueue (never blocks); handlers run on it and may
@@ -26,7 +27,10 @@
 // handlers after these, in their own slot order.
 class CallMessenger {
  public:
-  // Builds CyclicMessageQueue(id, "/bin/ping", size, link).
+  // Builds CyclicMessageQueue(id, "/bin/ping", size, link); a borrowed link
+  // must outlive the messenger. Only a failed allocation leaves it without a
+  // queue ("No memory to construct object."); a channel that could not be set
+  // up shows as operator bool false.
   CallMessenger(int id, Link* link, unsigned int size);
   virtual ~CallMessenger();
 
@@ -74,6 +78,8 @@ class CallMessenger {
   // A fresh call id, unique in the process and unlikely to collide across
   // processes.
   virtual unsigned long long GenerateCallID() const;
+  // The queue's IsPartyOnline, IsQueueEmpty, ResetBuffers and operator bool;
+  // without a queue each reports "No transport queue." and is false.
   virtual bool IsPartyOnline();
   virtual bool IsQueueEmpty();
   virtual bool ResetQueue();
@@ -93,8 +99,7 @@ class CallMessenger {
   virtual bool OnCloseCall(unsigned long long const& callId, CallExtraParams const& extra,
                            std::string const& text, ProtocolType sender) = 0;
   virtual bool OnReportError(unsigned long long const& callId, CallErrorCode error,
-                             CallExtraParams const& extra, std::string const& text,
-                             ProtocolType sender) = 0;
+                             CallExtraParams const& extra, std::string const& text, ProtocolType sender) = 0;
   virtual bool OnChangeMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
                              CallExtraParams const& extra, ProtocolType sender) = 0;
   virtual bool OnOfferMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
@@ -127,8 +132,11 @@ class CallMessenger {
   virtual bool SendMessage(int const* code, std::string* body);
   // Decodes a message of the base codes and calls its handler. True when the
   // message was consumed (including malformed ones, which are reported);
-  // false for codes above the base range, so a subclass may take them.
+  // false for codes above the base range, so a subclass may take them. A
+  // subclass calls this first and decodes its own codes when it is false.
   virtual bool DispatchMessage(int const* code, std::string const* body);
+  // Turns an online/offline notice (body: the channel id) into
+  // OnPartyStateChanged; false, calling nothing, for a body under 4 bytes.
   virtual bool DoPartyStateChanged(bool online, std::string const* body);
   // Writes the text framed by line ends to the standard error stream.
   virtual void Error(char const* text);
@@ -140,7 +148,6 @@ class CallMessenger {
  private:
   CallMessenger(CallMessenger const&) = delete;
   CallMessenger& operator=(CallMessenger const&) = delete;
-  bool Handle(int code, std::string const& body);
 };
 
 #endif  // LIBMESSAGING_CALL_MESSENGER_H_

@@ -12,22 +12,23 @@
 
 #include "codec.h"
 
-// Kind of call-control sender, appended to every body of the family. The
-// channel ids 4 to 11 of the call-control channels map to 1 to 8.
-enum ProtocolType {
-  PROTOCOL_DEFAULT = 0,  // CAS, ISDN and any sender that does not say
+// The enumerations below travel as 4-byte integers and are passed through
+// unchecked, so each has int as its fixed underlying type: every received
+// value, named or not, is a valid value of the type.
+
+// Kind of call-control sender, appended to every body of the family. Values
+// above 8 are refused by the receiver. The online/offline notices of the
+// call-control channels 4 to 11 report 1 to 8 (channel id - 3); which process
+// kind owns 3 to 7 is the applications' business.
+enum ProtocolType : int {
+  PROTOCOL_DEFAULT = 0,  // a sender that does not say (CAS, ISDN)
   PROTOCOL_FXO = 1,
   PROTOCOL_SIP = 2,
-  PROTOCOL_FXS = 3,
-  PROTOCOL_ISDN = 4,
-  PROTOCOL_CAS = 5,
-  PROTOCOL_MGCP = 6,
-  PROTOCOL_TRUNK = 7,
   PROTOCOL_CMCS = 8,
 };
 
 // Why a call failed; the values belong to the applications.
-enum CallErrorCode {
+enum CallErrorCode : int {
   CALL_ERROR_NONE = 0,
   CALL_ERROR_BUSY = 1,
   CALL_ERROR_NO_ANSWER = 2,
@@ -37,7 +38,7 @@ enum CallErrorCode {
   CALL_ERROR_INTERNAL = 6,
 };
 
-enum ReferResponseType {
+enum ReferResponseType : int {
   REFER_ACCEPTED = 0,
   REFER_REJECTED = 1,
   REFER_FAILED = 2,
@@ -45,7 +46,7 @@ enum ReferResponseType {
 };
 
 // What changed in a line process's configuration.
-enum CfgChangeType {
+enum CfgChangeType : int {
   CFG_CHANGE_NONE = 0,
   CFG_CHANGE_LINES = 1,
   CFG_CHANGE_USERS = 2,
@@ -54,12 +55,16 @@ enum CfgChangeType {
 };
 
 // Kind of additional call information raised between signalling processes.
-enum RaiseAddInfoType {
+enum RaiseAddInfoType : int {
   ADD_INFO_NONE = 0,
   ADD_INFO_INFO = 1,
   ADD_INFO_NOTIFY = 2,
   ADD_INFO_MESSAGE = 3,
 };
+
+static_assert(sizeof(ProtocolType) == 4 && sizeof(CallErrorCode) == 4 && sizeof(ReferResponseType) == 4 &&
+                  sizeof(CfgChangeType) == 4 && sizeof(RaiseAddInfoType) == 4,
+              "call-control enumerations travel as 4 bytes");
 
 // One call party. The first text is the party's address or user part and the
 // fifth its host part ("user@host" when the host is not empty).
@@ -82,8 +87,13 @@ struct CallParams {
   unsigned long port;       // line or port number
 };
 
-// A user to register: a CallParams and whether it is registered.
+// A user to register: a CallParams (its wire layout is the CallParams
+// layout followed by the flag) and whether it is registered.
 struct RegisterParams : CallParams {
+  RegisterParams() = default;
+  explicit RegisterParams(CallParams const& party, bool isRegistered = false)
+      : CallParams(party), registered(isRegistered) {}
+
   bool registered = false;
 };
 

@@ -5,6 +5,8 @@
 // Slots 0 and 1 are the complete-object and deleting destructors.
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -61,6 +63,32 @@ TEST(SlotOrder, CallMessenger) {
       &M::OnIsAcceptRefer, &M::OnReferResponse, &M::OnPartyStateChanged, &M::SendMessage, &M::DispatchMessage,
       &M::DoPartyStateChanged, &M::Error);
   EXPECT_EQ(slots, Expected(46));
+}
+
+}  // namespace
+
+namespace {
+
+// Data members are an interface too: subclasses built elsewhere (the line and
+// SIP messengers of the applications) read them at fixed offsets behind the
+// vtable pointer. Itanium pointers to data members hold the byte offset.
+template <typename Member>
+std::ptrdiff_t OffsetOf(Member member) {
+  std::ptrdiff_t offset;
+  static_assert(sizeof member == sizeof offset, "Itanium data-member pointer");
+  std::memcpy(&offset, &member, sizeof offset);
+  return offset;
+}
+
+TEST(MemberOrder, CallMessenger) {
+  struct Open : CallMessenger {
+    static std::ptrdiff_t Protocol() { return OffsetOf(&Open::mProtocolType); }
+    static std::ptrdiff_t Queue() { return OffsetOf(&Open::mQueue); }
+  };
+  std::ptrdiff_t const pointer = sizeof(void*);
+  EXPECT_EQ(Open::Protocol(), pointer);
+  EXPECT_EQ(Open::Queue(), (pointer + 4 + pointer - 1) / pointer * pointer);
+  EXPECT_EQ(static_cast<std::ptrdiff_t>(sizeof(CallMessenger)), Open::Queue() + pointer);
 }
 
 }  // namespace

@@ -1,11 +1,15 @@
+// The call-control protocol: every body byte for byte, every field through
+// dispatch, malformed and foreign input, a messenger without a queue, and the
+// dialogue between two processes on a real channel.
 #include "call_messenger.h"
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
+#include <cstdio>
 #include <deque>
+#include <functional>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,7 +23,22 @@ namespace {
 using CallId = unsigned long long;
 using Media = std::list<MediaParams>;
 using test::B;
-using test::N;
+
+// Numbers as the appliance lays them out: each space-separated token is one
+// number, most significant byte first, its width given by its digits.
+std::string W(char const* tokens) {
+  std::istringstream in(tokens);
+  std::string token, bytes;
+  while (in >> token) bytes += test::N(token.c_str());
+  return bytes;
+}
+
+// A text: 4-byte length, then the bytes.
+std::string Text(std::string const& text) {
+  char length[16];
+  std::snprintf(length, sizeof length, "%08zX", text.size());
+  return W(length) + text;
+}
 
 // Captures what a messenger sends instead of putting it on a channel.
 class CapturingLink : public Link {
@@ -45,11 +64,10 @@ class CapturingLink : public Link {
 class Probe : public CallMessenger {
  public:
   // On a real channel.
-  explicit Probe(int channel) : CallMessenger(channel, nullptr, 32768) {}
-  // On a capturing link that it owns, sending as `type`.
-  Probe(ProtocolType type, CapturingLink* link) : CallMessenger(9, link, 32768), link_(link) {
-    mProtocolType = type;
-  }
+  Probe(int channel, ProtocolType type) : CallMessenger(channel, nullptr, 32768) { mProtocolType = type; }
+  // On a capturing link that it owns.
+  Probe(ProtocolType type, CapturingLink* link) : CallMessenger(9, link, 32768), link_(link) { mProtocolType = type; }
+  // As a messenger whose queue could not be allocated.
   void DropQueue() {
     delete mQueue;
     mQueue = nullptr;
@@ -62,172 +80,213 @@ class Probe : public CallMessenger {
     return true;
   }
 
+  using P = ProtocolType;
+  using E = CallExtraParams;
   bool OnMakeCall(CallParams const& a, CallParams const& b, CallId const& c, Media const& d, std::string const& e,
-                  CallExtraParams const& f, CallAttachment const& g, ProtocolType p) override {
+                  E const& f, CallAttachment const& g, P p) override {
     return Note("MakeCall", a, b, c, d, e, f, g, p);
   }
-  bool OnRinging(CallId const& a, Media const& b, CallExtraParams const& c, ProtocolType p) override {
-    return Note("Ringing", a, b, c, p);
-  }
-  bool OnAccept(CallId const& a, Media const& b, CallExtraParams const& c, CallAttachment const& d,
-                ProtocolType p) override {
+  bool OnRinging(CallId const& a, Media const& b, E const& c, P p) override { return Note("Ringing", a, b, c, p); }
+  bool OnAccept(CallId const& a, Media const& b, E const& c, CallAttachment const& d, P p) override {
     return Note("Accept", a, b, c, d, p);
   }
-  bool OnDone(CallId const& a, Media const& b, CallExtraParams const& c, ProtocolType p) override {
-    return Note("Done", a, b, c, p);
-  }
-  bool OnCloseCall(CallId const& a, CallExtraParams const& b, std::string const& c, ProtocolType p) override {
+  bool OnDone(CallId const& a, Media const& b, E const& c, P p) override { return Note("Done", a, b, c, p); }
+  bool OnCloseCall(CallId const& a, E const& b, std::string const& c, P p) override {
     return Note("CloseCall", a, b, c, p);
   }
-  bool OnReportError(CallId const& a, CallErrorCode b, CallExtraParams const& c, std::string const& d,
-                     ProtocolType p) override {
+  bool OnReportError(CallId const& a, CallErrorCode b, E const& c, std::string const& d, P p) override {
     return Note("ReportError", a, b, c, d, p);
   }
-  bool OnChangeMedia(CallId const& a, Media const& b, CallExtraParams const& c, ProtocolType p) override {
+  bool OnChangeMedia(CallId const& a, Media const& b, E const& c, P p) override {
     return Note("ChangeMedia", a, b, c, p);
   }
-  bool OnOfferMedia(CallId const& a, Media const& b, CallExtraParams const& c, ProtocolType p) override {
+  bool OnOfferMedia(CallId const& a, Media const& b, E const& c, P p) override {
     return Note("OfferMedia", a, b, c, p);
   }
-  bool OnAnswerMedia(CallId const& a, Media const& b, CallExtraParams const& c, ProtocolType p) override {
+  bool OnAnswerMedia(CallId const& a, Media const& b, E const& c, P p) override {
     return Note("AnswerMedia", a, b, c, p);
   }
-  bool OnCallTransfer(CallId const& a, CallParams const& b, CallExtraParams const& c, ProtocolType p) override {
+  bool OnCallTransfer(CallId const& a, CallParams const& b, E const& c, P p) override {
     return Note("CallTransfer", a, b, c, p);
   }
-  bool OnCallForward(CallId const& a, std::list<CallParams> const& b, CallExtraParams const& c,
-                     ProtocolType p) override {
+  bool OnCallForward(CallId const& a, std::list<CallParams> const& b, E const& c, P p) override {
     return Note("CallForward", a, b, c, p);
   }
-  bool OnUpdateUserInfo(CallId const& a, CallParams const& b, CallExtraParams const& c, ProtocolType p) override {
+  bool OnUpdateUserInfo(CallId const& a, CallParams const& b, E const& c, P p) override {
     return Note("UpdateUserInfo", a, b, c, p);
   }
-  bool OnRequestMedia(CallId const& a, CallParams const& b, CallExtraParams const& c, ProtocolType p) override {
+  bool OnRequestMedia(CallId const& a, CallParams const& b, E const& c, P p) override {
     return Note("RequestMedia", a, b, c, p);
   }
-  bool OnResponseMedia(CallId const& a, Media const& b, CallExtraParams const& c, ProtocolType p) override {
+  bool OnResponseMedia(CallId const& a, Media const& b, E const& c, P p) override {
     return Note("ResponseMedia", a, b, c, p);
   }
-  bool OnInCallRefer(CallId const& a, CallParams const& b, CallId const& c, CallExtraParams const& d,
-                     ProtocolType p) override {
+  bool OnInCallRefer(CallId const& a, CallParams const& b, CallId const& c, E const& d, P p) override {
     return Note("InCallRefer", a, b, c, d, p);
   }
-  bool OnIsAcceptRefer(CallId const& a, unsigned long b, CallExtraParams const& c, ProtocolType p) override {
+  bool OnIsAcceptRefer(CallId const& a, unsigned long b, E const& c, P p) override {
     return Note("IsAcceptRefer", a, b, c, p);
   }
-  bool OnReferResponse(CallId const& a, ReferResponseType b, ProtocolType p) override {
-    return Note("ReferResponse", a, b, p);
-  }
-  bool OnPartyStateChanged(bool online, ProtocolType p) override { return Note("PartyState", online, p); }
+  bool OnReferResponse(CallId const& a, ReferResponseType b, P p) override { return Note("ReferResponse", a, b, p); }
+  bool OnPartyStateChanged(bool online, P p) override { return Note("PartyState", online, p); }
 
  private:
   std::unique_ptr<CapturingLink> link_;
 };
 
-CallParams Party(char const* user, char const* host) {
+// The handler calls that `notes` would record.
+std::vector<std::string> Expect(std::function<void(Probe&)> const& notes) {
+  Probe p(PROTOCOL_DEFAULT, new CapturingLink);
+  notes(p);
+  return p.calls;
+}
+
+// ---- Golden bodies, one per code, sent as an FXO line (sender kind 1).
+
+CallParams Party() {
   CallParams p;
-  p.user = user;
-  p.host = host;
-  p.displayName = std::string("Name\0with zero", 14);
-  p.port = 0xA1B2C3D4;
+  p.user = "u";
+  p.host = "h";
+  p.port = 7;
   return p;
 }
+std::string const kFiveEmptyTexts = Text("") + Text("") + Text("") + Text("") + Text("");
+std::string const kParty = Text("u") + Text("") + Text("") + Text("") + Text("h") + kFiveEmptyTexts + W("00000007");
+std::string const kNoParty = kFiveEmptyTexts + kFiveEmptyTexts + W("00000000");
 
-Media TwoStreams() {
-  MediaParams audio;
-  audio.type = MediaParams::kAudio;
-  audio.codec = "PCMA";
-  audio.address = "10.0.0.7";
-  audio.port = 40000;
-  MediaParams video = audio;
-  video.type = MediaParams::kVideo;
-  video.port = 40002;
-  return {audio, video};
+Media OneStream() {
+  MediaParams m;
+  m.type = MediaParams::kAudio;
+  m.payloadType = 8;
+  m.codec = "PCMA";
+  m.clockRate = 8000;
+  m.port = 4000;
+  m.packetTime = 20;
+  m.direction = MediaParams::kSend | MediaParams::kReceive;
+  return {m};
+}
+std::string const kOneStream = W("00000001") +  // count
+                               W("00000001 00000008") + Text("PCMA") + W("00001F40") + Text("") +
+                               W("0FA0 0014 00000003");
+std::string const kNoStreams = W("00000000");
+
+CallExtraParams const kExtra{1, 0xFFFFFFFF};
+std::string const kExtraBytes = W("00000001 FFFFFFFF");
+std::string const kNoExtra = W("00000000 00000000");
+std::string const kNoAttachment = B("FFFFFFFF FFFFFFFF") + Text("");
+std::string const kId = W("0000000000000005");
+
+struct Golden {
+  int code;
+  std::function<bool(CallMessenger&)> send;
+  std::string body;  // without the trailing sender kind
+};
+
+std::vector<Golden> const& GoldenBodies() {
+  static CallAttachment const attachment{1, 2, "z"};
+  static std::vector<Golden> const rows = {
+      {0x00,
+       [](CallMessenger& m) { return m.MakeCall(Party(), CallParams(), 5, OneStream(), "hi", nullptr, &attachment); },
+       kParty + kNoParty + kId + kOneStream + Text("hi") + kNoExtra + W("00000001 00000002") + Text("z")},
+      {0x01, [](CallMessenger& m) { return m.CloseCall(5, nullptr, ""); }, kId + kNoExtra + Text("")},
+      {0x02, [](CallMessenger& m) { return m.CallTransfer(5, Party(), &kExtra); }, kId + kParty + kExtraBytes},
+      {0x03, [](CallMessenger& m) { return m.Ringing(5, Media{}, nullptr); }, kId + kNoStreams + kNoExtra},
+      {0x04, [](CallMessenger& m) { return m.Accept(5, OneStream(), &kExtra, nullptr); },
+       kId + kOneStream + kExtraBytes + kNoAttachment},
+      {0x05, [](CallMessenger& m) { return m.ChangeMedia(5, OneStream(), nullptr); }, kId + kOneStream + kNoExtra},
+      {0x06, [](CallMessenger& m) { return m.OfferMedia(5, Media{}, &kExtra); }, kId + kNoStreams + kExtraBytes},
+      {0x07, [](CallMessenger& m) { return m.AnswerMedia(5, OneStream(), &kExtra); }, kId + kOneStream + kExtraBytes},
+      {0x08, [](CallMessenger& m) { return m.ReportError(5, CALL_ERROR_BUSY, nullptr, "e"); },
+       kId + W("00000001") + kNoExtra + Text("e")},
+      {0x09, [](CallMessenger& m) { return m.Done(5, Media{}, nullptr); }, kId + kNoStreams + kNoExtra},
+      {0x0A,
+       [](CallMessenger& m) {
+         return m.CallForward(5, {Party(), CallParams()}, nullptr);
+       },
+       kId + W("00000002") + kParty + kNoParty + kNoExtra},
+      {0x0B, [](CallMessenger& m) { return m.UpdateUserInfo(5, Party(), nullptr); }, kId + kParty + kNoExtra},
+      {0x0C, [](CallMessenger& m) { return m.RequestMedia(5, CallParams(), &kExtra); }, kId + kNoParty + kExtraBytes},
+      {0x0D, [](CallMessenger& m) { return m.ResponseMedia(5, OneStream(), nullptr); }, kId + kOneStream + kNoExtra},
+      {0x0E, [](CallMessenger& m) { return m.InCallRefer(5, Party(), 6, kExtra); },
+       kId + kParty + W("0000000000000006") + kExtraBytes},
+      {0x0F, [](CallMessenger& m) { return m.IsAcceptRefer(5, 0xFFFFFFFFul, kExtra); },
+       kId + W("FFFFFFFF") + kExtraBytes},  // unsigned long: 4 bytes on every host
+      {0x10, [](CallMessenger& m) { return m.ReferResponse(5, REFER_REJECTED, kExtra); },
+       kId + W("00000001") + kExtraBytes},
+  };
+  return rows;
 }
 
-// Sends every message of the protocol once, with values that differ from
-// the defaults in every field, and returns what the receiving handlers must
-// see (sender kind `p`).
+TEST(CallMessengerTest, EveryCodeHasItsGoldenBody) {
+  for (Golden const& row : GoldenBodies()) {
+    auto* link = new CapturingLink;
+    Probe m(PROTOCOL_FXO, link);
+    ASSERT_TRUE(row.send(m)) << row.code;
+    ASSERT_EQ(link->sent.size(), 1u);
+    EXPECT_EQ(link->sent[0].first, row.code);
+    EXPECT_EQ(test::Hex(link->sent[0].second), test::Hex(row.body + W("00000001"))) << "code " << row.code;
+  }
+}
+
+TEST(CallMessengerTest, RegisterParamsIsCallParamsThenItsFlag) {
+  EXPECT_EQ(test::Hex(MakeBody(RegisterParams(Party(), true))), test::Hex(kParty + B("01")));
+  std::string body = kParty + B("00") + kNoParty + B("01");
+  std::list<RegisterParams> users;
+  std::string counted = W("00000002") + body;
+  UnpackTemplate(counted, users);
+  EXPECT_EQ(users, (std::list<RegisterParams>{RegisterParams(Party()), RegisterParams(CallParams(), true)}));
+  EXPECT_TRUE(counted.empty());
+}
+
+// ---- Dispatch.
+
+// Sends every message once, with values that differ from the defaults in
+// every field (texts holding zero bytes, empty and non-empty lists), and
+// returns the handler calls a receiver must make (sender kind `p`).
 std::vector<std::string> SendDialogue(CallMessenger& m, ProtocolType p) {
-  Probe expect(p, new CapturingLink);  // only its Note() is used
-  CallParams from = Party("alice", "a.example"), to = Party("bob", "");
+  CallParams from = Party(), to = Party();
+  from.displayName = std::string("Name\0with zero", 14);
+  to.user = "bob";
+  to.host.clear();
+  to.port = 0xA1B2C3D4;
   CallId const id = 0x0102030405060708ULL, other = 0x1112131415161718ULL;
-  Media const media = TwoStreams();
-  CallExtraParams extra{7, 0xFFFFFFFF};
+  Media media = OneStream();
+  media.push_back(media.front());
+  media.back().type = MediaParams::kVideo;
+  media.back().address = "10.0.0.7";
   CallAttachment attachment{3, 4, std::string("x\0y", 3)};
   std::list<CallParams> targets{from, to};
   std::string const text("text\0with zero", 14);
   CallExtraParams const none{};
-  CallAttachment const noAttachment{};
 
-  EXPECT_TRUE(m.MakeCall(from, to, id, media, text, &extra, &attachment));
-  expect.Note("MakeCall", from, to, id, media, text, extra, attachment, p);
-  EXPECT_TRUE(m.Ringing(id, media, nullptr));
-  expect.Note("Ringing", id, media, none, p);
-  EXPECT_TRUE(m.Accept(id, Media{}, &extra, nullptr));
-  expect.Note("Accept", id, Media{}, extra, noAttachment, p);
-  EXPECT_TRUE(m.ChangeMedia(id, media, &extra));
-  expect.Note("ChangeMedia", id, media, extra, p);
-  EXPECT_TRUE(m.OfferMedia(id, media, &extra));
-  expect.Note("OfferMedia", id, media, extra, p);
-  EXPECT_TRUE(m.AnswerMedia(id, media, nullptr));
-  expect.Note("AnswerMedia", id, media, none, p);
-  EXPECT_TRUE(m.ResponseMedia(id, media, &extra));
-  expect.Note("ResponseMedia", id, media, extra, p);
-  EXPECT_TRUE(m.CallTransfer(id, to, &extra));
-  expect.Note("CallTransfer", id, to, extra, p);
-  EXPECT_TRUE(m.CallForward(id, targets, nullptr));
-  expect.Note("CallForward", id, targets, none, p);
-  EXPECT_TRUE(m.UpdateUserInfo(id, from, &extra));
-  expect.Note("UpdateUserInfo", id, from, extra, p);
-  EXPECT_TRUE(m.RequestMedia(id, to, &extra));
-  expect.Note("RequestMedia", id, to, extra, p);
-  EXPECT_TRUE(m.InCallRefer(id, to, other, extra));
-  expect.Note("InCallRefer", id, to, other, extra, p);
-  EXPECT_TRUE(m.IsAcceptRefer(id, 0x89ABCDEFul, extra));
-  expect.Note("IsAcceptRefer", id, 0x89ABCDEFul, extra, p);
-  EXPECT_TRUE(m.ReferResponse(id, REFER_FAILED, extra));
-  expect.Note("ReferResponse", id, REFER_FAILED, p);
-  EXPECT_TRUE(m.ReportError(id, CALL_ERROR_BUSY, &extra, ""));
-  expect.Note("ReportError", id, CALL_ERROR_BUSY, extra, std::string(), p);
-  EXPECT_TRUE(m.Done(id, media, &extra));
-  expect.Note("Done", id, media, extra, p);
-  EXPECT_TRUE(m.CloseCall(id, nullptr, text));
-  expect.Note("CloseCall", id, none, text, p);
-  return expect.calls;
-}
-
-TEST(CallMessengerTest, EveryMessageArrivesWithEveryField) {
-  auto* link = new CapturingLink;
-  Probe sender(PROTOCOL_SIP, link), receiver(PROTOCOL_DEFAULT, new CapturingLink);
-  std::vector<std::string> expected = SendDialogue(sender, PROTOCOL_SIP);
-  ASSERT_EQ(link->sent.size(), 17u);
-  for (auto& message : link->sent) EXPECT_TRUE(receiver.DispatchMessage(&message.first, &message.second));
-  EXPECT_EQ(receiver.calls, expected);
-}
-
-TEST(CallMessengerTest, BodiesMatchTheirGoldenLayout) {
-  auto* link = new CapturingLink;
-  Probe m(PROTOCOL_FXO, link);
-  ASSERT_TRUE(m.CloseCall(5, nullptr, ""));
-  ASSERT_TRUE(m.ReferResponse(5, REFER_REJECTED, CallExtraParams{1, 2}));
-  ASSERT_TRUE(m.Accept(5, Media{}, nullptr, nullptr));
-  ASSERT_EQ(link->sent.size(), 3u);
-  EXPECT_EQ(link->sent[0].first, 0x01);
-  EXPECT_EQ(test::Hex(link->sent[0].second), test::Hex(N("00 00 00 00 00 00 00 05") +  // call id
-                                                       N("00 00 00 00") + N("00 00 00 00") +  // extra: 0, 0
-                                                       N("00 00 00 00") +              // empty text
-                                                       N("00 00 00 01")));             // sender: FXO
-  EXPECT_EQ(link->sent[1].first, 0x10);
-  EXPECT_EQ(test::Hex(link->sent[1].second),
-            test::Hex(N("00 00 00 00 00 00 00 05") + N("00 00 00 01") + N("00 00 00 01") + N("00 00 00 02") +
-                      N("00 00 00 01")));
-  EXPECT_EQ(link->sent[2].first, 0x04);
-  EXPECT_EQ(test::Hex(link->sent[2].second),
-            test::Hex(N("00 00 00 00 00 00 00 05") + N("00 00 00 00") +  // empty media list
-                      N("00 00 00 00") + N("00 00 00 00") +              // extra: 0, 0
-                      B("FF FF FF FF FF FF FF FF") + N("00 00 00 00") +  // attachment: -1, -1, ""
-                      N("00 00 00 01")));
+  bool sent =
+      m.MakeCall(from, to, id, media, text, &kExtra, &attachment) && m.Ringing(id, media, nullptr) &&
+      m.Accept(id, Media{}, &kExtra, nullptr) && m.ChangeMedia(id, media, &kExtra) &&
+      m.OfferMedia(id, media, &kExtra) && m.AnswerMedia(id, media, nullptr) && m.ResponseMedia(id, media, &kExtra) &&
+      m.CallTransfer(id, to, &kExtra) && m.CallForward(id, targets, nullptr) && m.UpdateUserInfo(id, from, &kExtra) &&
+      m.RequestMedia(id, to, &kExtra) && m.InCallRefer(id, to, other, kExtra) &&
+      m.IsAcceptRefer(id, 0x89ABCDEFul, kExtra) && m.ReferResponse(id, REFER_FAILED, kExtra) &&
+      m.ReportError(id, CALL_ERROR_BUSY, &kExtra, "") && m.Done(id, media, &kExtra) && m.CloseCall(id, nullptr, text);
+  if (!sent) return {};
+  return Expect([&](Probe& e) {
+    e.Note("MakeCall", from, to, id, media, text, kExtra, attachment, p);
+    e.Note("Ringing", id, media, none, p);
+    e.Note("Accept", id, Media{}, kExtra, CallAttachment{}, p);
+    e.Note("ChangeMedia", id, media, kExtra, p);
+    e.Note("OfferMedia", id, media, kExtra, p);
+    e.Note("AnswerMedia", id, media, none, p);
+    e.Note("ResponseMedia", id, media, kExtra, p);
+    e.Note("CallTransfer", id, to, kExtra, p);
+    e.Note("CallForward", id, targets, none, p);
+    e.Note("UpdateUserInfo", id, from, kExtra, p);
+    e.Note("RequestMedia", id, to, kExtra, p);
+    e.Note("InCallRefer", id, to, other, kExtra, p);
+    e.Note("IsAcceptRefer", id, 0x89ABCDEFul, kExtra, p);
+    e.Note("ReferResponse", id, REFER_FAILED, p);  // its extra params are not passed on
+    e.Note("ReportError", id, CALL_ERROR_BUSY, kExtra, std::string(), p);
+    e.Note("Done", id, media, kExtra, p);
+    e.Note("CloseCall", id, none, text, p);
+  });
 }
 
 TEST(CallMessengerTest, MalformedBodiesAreConsumedWithTheirReport) {
@@ -239,121 +298,141 @@ TEST(CallMessengerTest, MalformedBodiesAreConsumedWithTheirReport) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "\n\rCallMessenger: Wrong message format, sender doesn't belong to CallMessenger's hierarchy.\r\n");
 
-  for (char const* sender : {"00 00 00 09", "FF FF FF FF"}) {
-    std::string wrongSender = N("00 00 00 00 00 00 00 05") + N(sender);
+  for (char const* sender : {"00000009", "FFFFFFFF"}) {
+    std::string wrongSender = kId + W(sender);
     testing::internal::CaptureStderr();
     EXPECT_TRUE(m.DispatchMessage(&ringing, &wrongSender));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\n\rCallMessenger: Wrong sender ID.\r\n");
   }
   EXPECT_TRUE(m.calls.empty());
 
-  // A body cut anywhere still reaches the handler, the missing fields at
-  // their defaults.
+  // Fields missing from a short body arrive at their defaults; here the
+  // trailing sender kind is read as the low half of the id.
+  std::string idOnly = W("00000008 00000008");
+  EXPECT_TRUE(m.DispatchMessage(&ringing, &idOnly));
+  EXPECT_EQ(m.calls, Expect([](Probe& e) {
+              e.Note("Ringing", 0x0000000800000008ULL, Media{}, CallExtraParams{}, PROTOCOL_CMCS);
+            }));
+
+  // A body cut anywhere, even inside a record or a text, still reaches the
+  // handler.
   auto* link = new CapturingLink;
   Probe sender(PROTOCOL_SIP, link);
   SendDialogue(sender, PROTOCOL_SIP);
-  std::string full = link->sent.front().second;
-  int makeCall = 0x00;
-  for (std::size_t cut = 4; cut < full.size(); cut += 7) {
-    std::string part = full.substr(0, cut) + N("00 00 00 02");
-    EXPECT_TRUE(m.DispatchMessage(&makeCall, &part));
+  m.calls.clear();
+  std::size_t cuts = 0;
+  for (auto& message : link->sent) {
+    for (std::size_t cut = 1; cut < message.second.size(); cut += 5, ++cuts) {
+      std::string part = message.second.substr(0, cut) + W("00000002");
+      EXPECT_TRUE(m.DispatchMessage(&message.first, &part));
+    }
   }
-  EXPECT_EQ(m.calls.size(), (full.size() - 4 + 6) / 7);
-}
+  EXPECT_EQ(m.calls.size(), cuts);
 
-TEST(CallMessengerTest, ForgedListCountStopsAtTheBound) {
+  // A forged count stops at the bound instead of allocating without limit.
   struct Counting : Probe {
     using Probe::Probe;
     std::size_t streams = 0;
-    bool OnRinging(CallId const&, Media const& media, CallExtraParams const&, ProtocolType) override {
-      streams = media.size();
-      return true;
-    }
-  } m(PROTOCOL_DEFAULT, new CapturingLink);
-  int ringing = 0x03;
-  std::string forged = N("00 00 00 00 00 00 00 05") + N("FF FF FF FF") + N("00 00 00 00");
-  EXPECT_TRUE(m.DispatchMessage(&ringing, &forged));
-  EXPECT_EQ(m.streams, kMaxSequenceElements);
+    bool OnRinging(CallId const&, Media const& media, E const&, P) override { return (streams = media.size()) != 0; }
+  } counting(PROTOCOL_DEFAULT, new CapturingLink);
+  std::string forged = kId + W("FFFFFFFF 00000000");
+  EXPECT_TRUE(counting.DispatchMessage(&ringing, &forged));
+  EXPECT_EQ(counting.streams, kMaxSequenceElements);
 }
 
 TEST(CallMessengerTest, FrameRulesOutsideTheCodeTable) {
   Probe m(PROTOCOL_DEFAULT, new CapturingLink);
   int subclassCode = 0x11, negative = -5;
-  std::string body = N("00 00 00 00");
+  std::string body = W("00000000");
   EXPECT_FALSE(m.DispatchMessage(&subclassCode, &body));
   EXPECT_FALSE(m.DispatchMessage(&negative, &body));
   EXPECT_FALSE(m.ProcessMessageFromQueue(0));
 
-  std::string channel7 = N("00 00 00 07"), channel12 = N("00 00 00 0C"), shortBody("ab");
+  std::string channel4 = W("00000004"), channel7 = W("00000007"), channel11 = W("0000000B"), channel12 = W("0000000C"),
+              shortBody("ab");
+  EXPECT_TRUE(m.DoPartyStateChanged(true, &channel4));
   EXPECT_TRUE(m.DoPartyStateChanged(true, &channel7));
+  EXPECT_TRUE(m.DoPartyStateChanged(true, &channel11));
   EXPECT_TRUE(m.DoPartyStateChanged(false, &channel12));
   EXPECT_FALSE(m.DoPartyStateChanged(true, &shortBody));
-  Probe expect(PROTOCOL_DEFAULT, new CapturingLink);
-  expect.Note("PartyState", true, PROTOCOL_ISDN);
-  expect.Note("PartyState", false, PROTOCOL_DEFAULT);
-  EXPECT_EQ(m.calls, expect.calls);
+  EXPECT_EQ(m.calls, Expect([](Probe& e) {
+              e.Note("PartyState", true, PROTOCOL_FXO);
+              e.Note("PartyState", true, static_cast<ProtocolType>(4));
+              e.Note("PartyState", true, PROTOCOL_CMCS);
+              e.Note("PartyState", false, PROTOCOL_DEFAULT);
+            }));
 
   EXPECT_NE(m.GenerateCallID(), m.GenerateCallID());
+}
 
+TEST(CallMessengerTest, WithoutAQueueEveryOperationReports) {
+  Probe m(PROTOCOL_DEFAULT, new CapturingLink);
   m.DropQueue();
+  std::string const line = "\n\rCallMessenger: No transport queue.\r\n";
+  std::string expected;
   testing::internal::CaptureStderr();
-  EXPECT_FALSE(m.Ringing(1, Media{}, nullptr));
+  for (Golden const& row : GoldenBodies()) {
+    EXPECT_FALSE(row.send(m)) << row.code;
+    expected += line;
+  }
   EXPECT_FALSE(m.ProcessMessageFromQueue(1));
   EXPECT_FALSE(m.BeginMessageLoop());
   EXPECT_FALSE(m.IsPartyOnline());
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "\n\rCallMessenger: No transport queue.\r\n"
-                                                    "\n\rCallMessenger: No transport queue.\r\n"
-                                                    "\n\rCallMessenger: No transport queue.\r\n"
-                                                    "\n\rCallMessenger: No transport queue.\r\n");
+  EXPECT_FALSE(m.IsQueueEmpty());
+  EXPECT_FALSE(m.ResetQueue());
+  EXPECT_FALSE(static_cast<bool>(m));
+  for (int i = 0; i < 6; ++i) expected += line;
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), expected);
 }
 
-// Call control and a SIP signalling process on a real channel: the whole
-// dialogue crosses, then the signalling side leaves and call control sees
-// it go offline.
+// ---- Two processes on a real call-control channel: each side sends the
+// whole dialogue and checks every field of what the other sent. Channel 5
+// reports its peer as sender kind 2.
+
 TEST(CallMessengerTest, DialogueCrossesProcesses) {
-  constexpr int kChannel = 5;  // a call-control channel: sender kind 2
+  constexpr int kChannel = 5;
   test::Pipe ready, done;
   pid_t signalling = test::Spawn([&]() {
     int go = 0;
     if (!ready.Receive(&go)) return 10;
-    Probe m(kChannel);
+    Probe m(kChannel, PROTOCOL_SIP);
     if (!m) return 11;
-    // The first send announces this end; call control is online already.
-    m.ProcessMessageFromQueue(1);
+    m.ProcessMessageFromQueue(1);  // announces this end; call control is online already
     if (!m.IsPartyOnline()) return 12;
-    CallMessenger& base = m;
-    std::vector<std::string> expected = SendDialogue(base, PROTOCOL_DEFAULT);
-    if (expected.size() != 17) return 13;
-    return done.Receive(&go) ? 0 : 14;  // stay until call control has read everything
+    std::vector<std::string> expected = SendDialogue(m, PROTOCOL_DEFAULT);
+    if (expected.empty()) return 13;
+    if (!test::WaitUntil([&] {
+          m.ProcessMessageFromQueue(20);
+          return m.calls.size() >= expected.size();
+        }))
+      return 14;
+    if (m.calls != expected) return 15;
+    return done.Receive(&go) ? 0 : 16;  // stay until call control has read everything
   });
 
-  Probe control(kChannel);
+  Probe control(kChannel, PROTOCOL_DEFAULT);
   ASSERT_TRUE(static_cast<bool>(control));
   EXPECT_FALSE(control.ProcessMessageFromQueue(1));  // announces this end
   ready.Send(1);
-  Probe expect(PROTOCOL_DEFAULT, new CapturingLink);
-  expect.Note("PartyState", true, PROTOCOL_SIP);
-  {
-    Probe scratch(PROTOCOL_DEFAULT, new CapturingLink);
-    for (auto& call : SendDialogue(scratch, PROTOCOL_DEFAULT)) expect.calls.push_back(call);
-  }
+  ASSERT_TRUE(test::WaitUntil([&] { return control.IsPartyOnline(); }));
+  Probe scratch(PROTOCOL_DEFAULT, new CapturingLink);
+  std::vector<std::string> expected = Expect([](Probe& e) { e.Note("PartyState", true, PROTOCOL_SIP); });
+  for (auto& call : SendDialogue(scratch, PROTOCOL_SIP)) expected.push_back(call);
+  ASSERT_EQ(SendDialogue(control, PROTOCOL_DEFAULT).size(), 17u);
+
   ASSERT_TRUE(test::WaitUntil([&] {
     control.ProcessMessageFromQueue(20);
-    return control.calls.size() >= expect.calls.size();
+    return control.calls.size() >= expected.size();
   }));
-  EXPECT_EQ(control.calls, expect.calls);
+  EXPECT_EQ(control.calls, expected);
   done.Send(1);
   test::ChildResult r = test::Wait(signalling);
   EXPECT_TRUE(r.exited && r.code == 0) << r.Describe();
   ASSERT_TRUE(test::WaitUntil([&] {
     control.ProcessMessageFromQueue(1);
-    return control.calls.size() > expect.calls.size();
+    return control.calls.size() > expected.size();
   }));
-  EXPECT_EQ(control.calls.back(), [] {
-    Probe p(PROTOCOL_DEFAULT, new CapturingLink);
-    p.Note("PartyState", false, PROTOCOL_SIP);
-    return p.calls.back();
-  }());
+  EXPECT_EQ(control.calls.back(), Expect([](Probe& e) { e.Note("PartyState", false, PROTOCOL_SIP); }).back());
 }
 
 }  // namespace
