@@ -1,6 +1,7 @@
 // The appliance in miniature: one call-control process serves two signalling
 // processes (a SIP line on channel 5, an FXO line on channel 4) from a single
-// thread. Each signalling process sets up a call, talks, and hangs up; every
+// thread that sleeps in a CyclicQueuePoller until either channel has a
+// message. Each signalling process sets up a call, talks, and hangs up; every
 // message is printed as it is handled, with the channels' own online and
 // offline notices.
 //
@@ -12,10 +13,12 @@
 
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <string>
 
 namespace {
 
+constexpr int kPollerId = 1;
 constexpr int kSipChannel = 5;
 constexpr int kFxoChannel = 4;
 
@@ -206,14 +209,25 @@ int main() {
     // are not dropped as sent to an absent peer.
     sipSide.ProcessMessageFromQueue(1);
     fxoSide.ProcessMessageFromQueue(1);
-    Say("callcontrol", "serving channels 5 (SIP) and 4 (FXO)");
+    // One thread serves both channels: the poller wakes it when either has a
+    // message and says which.
+    CyclicQueuePoller poller(kPollerId);
+    poller.SelectQueue(kSipChannel, "/bin/ping", true, false);
+    poller.SelectQueue(kFxoChannel, "/bin/ping", true, false);
+    std::map<int, CallControl*> byChannel{{kSipChannel, &sipSide}, {kFxoChannel, &fxoSide}};
+    Say("callcontrol", "serving channels 5 (SIP) and 4 (FXO) with one poller");
     if (write(go[1], "gg", 2) != 2) return 1;
-    for (int ms = 0; !(sipSide.gone && fxoSide.gone) && ms < 10000; ++ms) {
-      bool busy = sipSide.ProcessMessageFromQueue(8);
-      busy = fxoSide.ProcessMessageFromQueue(8) || busy;
-      if (!busy) usleep(1000);
+    while (!(sipSide.gone && fxoSide.gone)) {
+      int channel = poller.WaitForEvents();
+      if (channel <= 0) {
+        rc = 1;
+        break;
+      }
+      byChannel[channel]->ProcessMessageFromQueue(1);
     }
-    if (!(sipSide.gone && fxoSide.gone)) rc = 1;
+    // The queues stay registered: the last party to leave a channel removes
+    // the poller's per-queue semaphore with it, which unregistering first
+    // would prevent.
   }
   for (pid_t child : {sip, fxo}) {
     int status = 0;
