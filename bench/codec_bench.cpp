@@ -217,32 +217,32 @@ class LoopbackLink : public Link {
 class CountingMessenger : public CallMessenger {
  public:
   explicit CountingMessenger(Link* link) : CallMessenger(200, link, 32768) {}
-  bool OnMakeCall(CallParams const&, CallParams const&, unsigned long long const& callId,
+  int OnMakeCall(CallParams const&, CallParams const&, unsigned long long const& callId,
                   std::list<MediaParams> const&, std::string const&, CallExtraParams const&,
                   CallAttachment const&, ProtocolType) override {
     last = callId;
     return true;
   }
-  bool OnRinging(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnRinging(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
                  ProtocolType) override {
     return true;
   }
-  bool OnAccept(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnAccept(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
                 CallAttachment const&, ProtocolType) override {
     return true;
   }
-  bool OnDone(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnDone(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
               ProtocolType) override {
     return true;
   }
-  bool OnCloseCall(unsigned long long const&, CallExtraParams const&, std::string const&, ProtocolType) override {
+  int OnCloseCall(unsigned long long const&, CallExtraParams const&, std::string const&, ProtocolType) override {
     return true;
   }
-  bool OnReportError(unsigned long long const&, CallErrorCode, CallExtraParams const&, std::string const&,
+  int OnReportError(unsigned long long const&, CallErrorCode, CallExtraParams const&, std::string const&,
                      ProtocolType) override {
     return true;
   }
-  bool OnChangeMedia(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnChangeMedia(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
                      ProtocolType) override {
     return true;
   }

@@ -165,7 +165,7 @@ class BenchMessenger : public CallMessenger {
     return Retry([&] { return Done(id, f_.answer, nullptr); });
   }
 
-  bool OnMakeCall(CallParams const& from, CallParams const& to, unsigned long long const& callId,
+  int OnMakeCall(CallParams const& from, CallParams const& to, unsigned long long const& callId,
                   std::list<MediaParams> const& media, std::string const& text, CallExtraParams const& extra,
                   CallAttachment const& attachment, ProtocolType) override {
     if (callId != kCallBase + seq_ || extra.context != static_cast<unsigned long>(seq_) ||
@@ -178,7 +178,7 @@ class BenchMessenger : public CallMessenger {
     ++seq_;
     return true;
   }
-  bool OnRinging(unsigned long long const& callId, std::list<MediaParams> const& media,
+  int OnRinging(unsigned long long const& callId, std::list<MediaParams> const& media,
                  CallExtraParams const& extra, ProtocolType) override {
     if (callId != kCallBase + seq_ || extra.context != static_cast<unsigned long>(seq_) ||
         media.size() != f_.offer.size() || media.back().codec != f_.offer.back().codec) {
@@ -188,7 +188,7 @@ class BenchMessenger : public CallMessenger {
     ++seq_;
     return true;
   }
-  bool OnAccept(unsigned long long const& callId, std::list<MediaParams> const& media,
+  int OnAccept(unsigned long long const& callId, std::list<MediaParams> const& media,
                 CallExtraParams const& extra, CallAttachment const& attachment, ProtocolType) override {
     if (callId != kCallBase + seq_ || extra.context != static_cast<unsigned long>(seq_) ||
         media.size() != f_.answer.size() || attachment.data.size() != f_.attachment.data.size() ||
@@ -199,23 +199,23 @@ class BenchMessenger : public CallMessenger {
     ++seq_;
     return true;
   }
-  bool OnDone(unsigned long long const& callId, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnDone(unsigned long long const& callId, std::list<MediaParams> const&, CallExtraParams const&,
               ProtocolType) override {
     done_ = callId;
     ++dones_;
     return true;
   }
-  bool OnCloseCall(unsigned long long const& callId, CallExtraParams const&, std::string const&,
+  int OnCloseCall(unsigned long long const& callId, CallExtraParams const&, std::string const&,
                    ProtocolType) override {
     closed_ = callId;
     ++closes_;
     return true;
   }
-  bool OnReportError(unsigned long long const&, CallErrorCode, CallExtraParams const&, std::string const&,
+  int OnReportError(unsigned long long const&, CallErrorCode, CallExtraParams const&, std::string const&,
                      ProtocolType) override {
     return false;
   }
-  bool OnChangeMedia(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnChangeMedia(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
                      ProtocolType) override {
     return false;
   }

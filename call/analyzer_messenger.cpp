@@ -203,18 +203,18 @@ bool AnalyzerMessenger::ProcessMessageFromQueue(int n) {
 
 bool AnalyzerMessenger::IsPartyOnline() { return mQueue && mQueue->IsPartyOnline(); }
 
-bool AnalyzerMessenger::OnPartyStateChanged(bool) { return false; }
-bool AnalyzerMessenger::OnMakeCall(unsigned char const*) { return false; }
-bool AnalyzerMessenger::OnStartRTPStream(CallId const&, unsigned char const*) { return false; }
-bool AnalyzerMessenger::OnConnect(CallId const&) { return false; }
-bool AnalyzerMessenger::OnCloseCall(CallId const&) { return false; }
-bool AnalyzerMessenger::OnEndCall(CallId const&) { return false; }
-bool AnalyzerMessenger::OnReportError(CallId const&, AnalyzerErrorCode) { return false; }
-bool AnalyzerMessenger::OnSipMessage(CallId const&, char const*, unsigned short, char, char*, unsigned short) {
+int AnalyzerMessenger::OnPartyStateChanged(bool) { return false; }
+int AnalyzerMessenger::OnMakeCall(unsigned char const*) { return false; }
+int AnalyzerMessenger::OnStartRTPStream(CallId const&, unsigned char const*) { return false; }
+int AnalyzerMessenger::OnConnect(CallId const&) { return false; }
+int AnalyzerMessenger::OnCloseCall(CallId const&) { return false; }
+int AnalyzerMessenger::OnEndCall(CallId const&) { return false; }
+int AnalyzerMessenger::OnReportError(CallId const&, AnalyzerErrorCode) { return false; }
+int AnalyzerMessenger::OnSipMessage(CallId const&, char const*, unsigned short, char, char*, unsigned short) {
   return false;
 }
-bool AnalyzerMessenger::OnStartFilter(unsigned char const*) { return false; }
-bool AnalyzerMessenger::OnStopFilter() { return false; }
+int AnalyzerMessenger::OnStartFilter(unsigned char const*) { return false; }
+int AnalyzerMessenger::OnStopFilter() { return false; }
 
 bool AnalyzerMessenger::SendMessage(int code, unsigned char* data, unsigned short length) {
   return mQueue && mQueue->SendMessage(&code, reinterpret_cast<char const*>(data), length) != 0;

@@ -198,30 +198,30 @@ CallMessenger::operator bool() {
 }
 
 // The defaulted handlers: an application overrides those it needs.
-bool CallMessenger::OnOfferMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
-bool CallMessenger::OnAnswerMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
-bool CallMessenger::OnCallTransfer(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
+int CallMessenger::OnOfferMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
+int CallMessenger::OnAnswerMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
+int CallMessenger::OnCallTransfer(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool CallMessenger::OnCallForward(CallId const&, std::list<CallParams> const&, CallExtraParams const&, ProtocolType) {
+int CallMessenger::OnCallForward(CallId const&, std::list<CallParams> const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool CallMessenger::OnUpdateUserInfo(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
+int CallMessenger::OnUpdateUserInfo(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool CallMessenger::OnRequestMedia(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
+int CallMessenger::OnRequestMedia(CallId const&, CallParams const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool CallMessenger::OnResponseMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
-bool CallMessenger::OnInCallRefer(CallId const&, CallParams const&, CallId const&, CallExtraParams const&,
+int CallMessenger::OnResponseMedia(CallId const&, Media const&, CallExtraParams const&, ProtocolType) { return false; }
+int CallMessenger::OnInCallRefer(CallId const&, CallParams const&, CallId const&, CallExtraParams const&,
                                   ProtocolType) {
   return false;
 }
-bool CallMessenger::OnIsAcceptRefer(CallId const&, unsigned long, CallExtraParams const&, ProtocolType) {
+int CallMessenger::OnIsAcceptRefer(CallId const&, unsigned long, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool CallMessenger::OnReferResponse(CallId const&, ReferResponseType, ProtocolType) { return false; }
-bool CallMessenger::OnPartyStateChanged(bool, ProtocolType) { return false; }
+int CallMessenger::OnReferResponse(CallId const&, ReferResponseType, ProtocolType) { return false; }
+int CallMessenger::OnPartyStateChanged(bool, ProtocolType) { return false; }
 
 bool CallMessenger::SendMessage(int const* code, std::string* body) {
   if (!mQueue) {

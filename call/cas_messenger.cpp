@@ -30,8 +30,8 @@ bool CasMessenger::CasEventRaise(CallId const& callId, std::string const& event)
   return Send(*this, kCasEventRaise, event, callId);
 }
 
-bool CasMessenger::OnConfigChanged(CfgChangeType, std::list<std::string> const&, ProtocolType) { return false; }
-bool CasMessenger::OnCasEventRaise(CallId const&, std::string const&) { return false; }
+int CasMessenger::OnConfigChanged(CfgChangeType, std::list<std::string> const&, ProtocolType) { return false; }
+int CasMessenger::OnCasEventRaise(CallId const&, std::string const&) { return false; }
 
 bool CasMessenger::DispatchMessage(int const* code, std::string const* body) {
   return DispatchAfter<CallMessenger>(*this, code, body, [this](unsigned own, auto const& b, ProtocolType sender) {

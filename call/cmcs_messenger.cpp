@@ -34,11 +34,11 @@ bool CmCsMessenger::AcceptRaiseAddInfo(CallId const& callId, CallExtraParams con
   return AcceptRaiseAddInfoBody::Send(*this, kAcceptRaiseAddInfo, callId, extra);
 }
 
-bool CmCsMessenger::OnRaiseAddInfo(CallId const&, RaiseAddInfoType const&, CallParams const&, CallParams const&,
+int CmCsMessenger::OnRaiseAddInfo(CallId const&, RaiseAddInfoType const&, CallParams const&, CallParams const&,
                                    PackageParam const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool CmCsMessenger::OnAcceptRaiseAddInfo(CallId const&, CallExtraParams const&, ProtocolType) { return false; }
+int CmCsMessenger::OnAcceptRaiseAddInfo(CallId const&, CallExtraParams const&, ProtocolType) { return false; }
 
 bool CmCsMessenger::DispatchMessage(int const* code, std::string const* body) {
   return DispatchAfter<CallMessenger>(*this, code, body, [this](unsigned own, auto const& b, ProtocolType sender) {

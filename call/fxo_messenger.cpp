@@ -31,8 +31,8 @@ bool FxoMessenger::GenerateFlash(CallId const& callId, CallExtraParams const* ex
   return Send(*this, kGenerateFlash, callId, OrDefault(extra));
 }
 
-bool FxoMessenger::OnConfigChanged(CfgChangeType, std::list<std::string> const&, ProtocolType) { return false; }
-bool FxoMessenger::OnGenerateFlash(CallId const&, CallExtraParams const&, ProtocolType) { return false; }
+int FxoMessenger::OnConfigChanged(CfgChangeType, std::list<std::string> const&, ProtocolType) { return false; }
+int FxoMessenger::OnGenerateFlash(CallId const&, CallExtraParams const&, ProtocolType) { return false; }
 
 bool FxoMessenger::DispatchMessage(int const* code, std::string const* body) {
   return DispatchAfter<CallMessenger>(*this, code, body, [this](unsigned own, auto const& b, ProtocolType sender) {

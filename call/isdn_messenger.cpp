@@ -22,7 +22,7 @@ bool IsdnMessenger::ConfigChanged(CfgChangeType type, std::list<std::string> con
   return ConfigChangedBody::Send(*this, kConfigChanged, type, items);
 }
 
-bool IsdnMessenger::OnConfigChanged(CfgChangeType, std::list<std::string> const&, ProtocolType) { return false; }
+int IsdnMessenger::OnConfigChanged(CfgChangeType, std::list<std::string> const&, ProtocolType) { return false; }
 
 bool IsdnMessenger::DispatchMessage(int const* code, std::string const* body) {
   return DispatchAfter<CallMessenger>(*this, code, body, [this](unsigned own, auto const& b, ProtocolType sender) {

@@ -60,21 +60,21 @@ bool SipBaseMessenger::AcceptRaiseAddInfo(CallId const& callId, CallExtraParams 
   return AcceptRaiseAddInfoBody::Send(*this, kAcceptRaiseAddInfo, callId, extra);
 }
 
-bool SipBaseMessenger::OnRegisterUser(RegisterParams const&, RegisterParams const&, ProtocolType) { return false; }
-bool SipBaseMessenger::OnRegisterUsers(std::list<RegisterParams> const&, ProtocolType) { return false; }
-bool SipBaseMessenger::OnConfirmRegister(CallParams const&, CallExtraParams const&, bool, ProtocolType) {
+int SipBaseMessenger::OnRegisterUser(RegisterParams const&, RegisterParams const&, ProtocolType) { return false; }
+int SipBaseMessenger::OnRegisterUsers(std::list<RegisterParams> const&, ProtocolType) { return false; }
+int SipBaseMessenger::OnConfirmRegister(CallParams const&, CallExtraParams const&, bool, ProtocolType) {
   return false;
 }
-bool SipBaseMessenger::OnMakeReferCall(CallParams const&, CallParams const&, CallId const&, Media const&,
+int SipBaseMessenger::OnMakeReferCall(CallParams const&, CallParams const&, CallId const&, Media const&,
                                        CallId const&, std::string const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool SipBaseMessenger::OnRaiseAddInfo(CallId const&, RaiseAddInfoType const&, CallParams const&,
+int SipBaseMessenger::OnRaiseAddInfo(CallId const&, RaiseAddInfoType const&, CallParams const&,
                                       CallParams const&, PackageParam const&, CallExtraParams const&,
                                       ProtocolType) {
   return false;
 }
-bool SipBaseMessenger::OnAcceptRaiseAddInfo(CallId const&, CallExtraParams const&, ProtocolType) { return false; }
+int SipBaseMessenger::OnAcceptRaiseAddInfo(CallId const&, CallExtraParams const&, ProtocolType) { return false; }
 void SipBaseMessenger::PeerConnected() {}
 void SipBaseMessenger::PeerDisconnected() {}
 

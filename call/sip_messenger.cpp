@@ -43,13 +43,13 @@ bool SipMessenger::IMResponse(CallId const& callId, long status, CallErrorCode e
   return Send(*this, kIMResponse, callId, status, error, extra);
 }
 
-bool SipMessenger::OnConfigChanged(CfgChangeType, std::list<std::string> const&, ProtocolType) { return false; }
-bool SipMessenger::OnIMUserSet(std::list<CallParams> const&) { return false; }
-bool SipMessenger::OnIMRequest(CallId const&, CallParams const&, CallParams const&, PackageParam const&,
+int SipMessenger::OnConfigChanged(CfgChangeType, std::list<std::string> const&, ProtocolType) { return false; }
+int SipMessenger::OnIMUserSet(std::list<CallParams> const&) { return false; }
+int SipMessenger::OnIMRequest(CallId const&, CallParams const&, CallParams const&, PackageParam const&,
                                CallExtraParams const&) {
   return false;
 }
-bool SipMessenger::OnIMResponse(CallId const&, long, CallErrorCode, CallExtraParams const&) { return false; }
+int SipMessenger::OnIMResponse(CallId const&, long, CallErrorCode, CallExtraParams const&) { return false; }
 
 bool SipMessenger::DispatchMessage(int const* code, std::string const* body) {
   return DispatchAfter<SipBaseMessenger>(*this, code, body, [this](unsigned own, auto const& b, ProtocolType sender) {

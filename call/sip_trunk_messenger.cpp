@@ -55,10 +55,10 @@ bool CSIPTrunkMessenger::ProcessMessageFromQueue(int const& n) {
 
 bool CSIPTrunkMessenger::IsPartyOnline() { return mQueue && mQueue->IsPartyOnline(); }
 
-bool CSIPTrunkMessenger::OnSetUsersList(Users const&, bool, bool) { return false; }
-bool CSIPTrunkMessenger::OnChangeUserParams(CallParams const&, CallParams const&, bool) { return false; }
-bool CSIPTrunkMessenger::OnConfirmUserState(CallParams const&, bool, unsigned long, bool) { return false; }
-bool CSIPTrunkMessenger::OnPartyStateChanged(bool const&) { return false; }
+int CSIPTrunkMessenger::OnSetUsersList(Users const&, bool, bool) { return false; }
+int CSIPTrunkMessenger::OnChangeUserParams(CallParams const&, CallParams const&, bool) { return false; }
+int CSIPTrunkMessenger::OnConfirmUserState(CallParams const&, bool, unsigned long, bool) { return false; }
+int CSIPTrunkMessenger::OnPartyStateChanged(bool const&) { return false; }
 
 bool CSIPTrunkMessenger::SendMessage(int const* code, std::string* body) {
   return mQueue && mQueue->SendMessage(code, body) != 0;

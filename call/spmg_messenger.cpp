@@ -43,27 +43,27 @@ bool SPMGMessenger::ConfigurationChanged(CallParams const& before, CallParams co
   return RegisterUser(RegisterParams(before, false), RegisterParams(after, false));
 }
 
-bool SPMGMessenger::OnMakeAlertCall(CallParams const&, CallParams const&, CallId const&, Media const&,
+int SPMGMessenger::OnMakeAlertCall(CallParams const&, CallParams const&, CallId const&, Media const&,
                                     AlertInfo const&, CallExtraParams const&, ProtocolType) {
   return false;
 }
-bool SPMGMessenger::OnSetConfiguration(std::list<CallParams> const&, ProtocolType) { return false; }
-bool SPMGMessenger::OnUserActivated(CallParams const&, bool, ProtocolType) { return false; }
-bool SPMGMessenger::OnVMIndication(std::string const&, unsigned long, unsigned long, ProtocolType) { return false; }
-bool SPMGMessenger::OnRegisterUser(RegisterParams const&, RegisterParams const&, ProtocolType) { return false; }
+int SPMGMessenger::OnSetConfiguration(std::list<CallParams> const&, ProtocolType) { return false; }
+int SPMGMessenger::OnUserActivated(CallParams const&, bool, ProtocolType) { return false; }
+int SPMGMessenger::OnVMIndication(std::string const&, unsigned long, unsigned long, ProtocolType) { return false; }
+int SPMGMessenger::OnRegisterUser(RegisterParams const&, RegisterParams const&, ProtocolType) { return false; }
 
 // Deliberately an empty list, not the received registrations: applications
 // built against the bridge depend on it.
-bool SPMGMessenger::OnRegisterUsers(std::list<RegisterParams> const&, ProtocolType sender) {
+int SPMGMessenger::OnRegisterUsers(std::list<RegisterParams> const&, ProtocolType sender) {
   return OnSetConfiguration(std::list<CallParams>(), sender);
 }
 
-bool SPMGMessenger::OnConfirmRegister(CallParams const& user, CallExtraParams const&, bool activated,
+int SPMGMessenger::OnConfirmRegister(CallParams const& user, CallExtraParams const&, bool activated,
                                       ProtocolType sender) {
   return OnUserActivated(user, activated, sender);
 }
 
-bool SPMGMessenger::OnPartyStateChanged(bool, ProtocolType) { return false; }
+int SPMGMessenger::OnPartyStateChanged(bool, ProtocolType) { return false; }
 
 bool SPMGMessenger::DispatchMessage(int const* code, std::string const* body) {
   return DispatchAfter<SipBaseMessenger>(*this, code, body, [this](unsigned own, auto const& b, ProtocolType sender) {

@@ -60,39 +60,39 @@ class Printing : public CallMessenger {
  public:
   Printing(int channel, std::string name) : CallMessenger(channel, nullptr, 32768), name_(std::move(name)) {}
 
-  bool OnMakeCall(CallParams const& from, CallParams const& to, CallId const& id, Media const& media,
+  int OnMakeCall(CallParams const& from, CallParams const& to, CallId const& id, Media const& media,
                   std::string const& text, CallExtraParams const&, CallAttachment const&, ProtocolType kind) override {
     Say(name_, "<- MakeCall  " + Id(id) + " " + Party(from) + " -> " + Party(to) + " " + Streams(media) + " \"" +
                    text + "\" from " + KindName(kind));
     return true;
   }
-  bool OnRinging(CallId const& id, Media const&, CallExtraParams const&, ProtocolType) override {
+  int OnRinging(CallId const& id, Media const&, CallExtraParams const&, ProtocolType) override {
     Say(name_, "<- Ringing   " + Id(id));
     return true;
   }
-  bool OnAccept(CallId const& id, Media const& media, CallExtraParams const&, CallAttachment const&,
+  int OnAccept(CallId const& id, Media const& media, CallExtraParams const&, CallAttachment const&,
                 ProtocolType) override {
     Say(name_, "<- Accept    " + Id(id) + " " + Streams(media));
     return true;
   }
-  bool OnDone(CallId const& id, Media const&, CallExtraParams const&, ProtocolType) override {
+  int OnDone(CallId const& id, Media const&, CallExtraParams const&, ProtocolType) override {
     Say(name_, "<- Done      " + Id(id));
     return true;
   }
-  bool OnCloseCall(CallId const& id, CallExtraParams const&, std::string const& text, ProtocolType) override {
+  int OnCloseCall(CallId const& id, CallExtraParams const&, std::string const& text, ProtocolType) override {
     Say(name_, "<- CloseCall " + Id(id) + " \"" + text + "\"");
     return true;
   }
-  bool OnReportError(CallId const& id, CallErrorCode error, CallExtraParams const&, std::string const& text,
+  int OnReportError(CallId const& id, CallErrorCode error, CallExtraParams const&, std::string const& text,
                      ProtocolType) override {
     Say(name_, "<- ReportError " + Id(id) + " " + std::to_string(error) + " \"" + text + "\"");
     return true;
   }
-  bool OnChangeMedia(CallId const& id, Media const& media, CallExtraParams const&, ProtocolType) override {
+  int OnChangeMedia(CallId const& id, Media const& media, CallExtraParams const&, ProtocolType) override {
     Say(name_, "<- ChangeMedia " + Id(id) + " " + Streams(media));
     return true;
   }
-  bool OnPartyStateChanged(bool online, ProtocolType kind) override {
+  int OnPartyStateChanged(bool online, ProtocolType kind) override {
     Say(name_, std::string("<- ") + (online ? "online" : "offline") + " notice (" + KindName(kind) + " channel)");
     if (!online) gone = true;
     return true;
@@ -118,7 +118,7 @@ MediaParams Stream(char const* codec, char const* address, unsigned short port) 
 class CallControl : public Printing {
  public:
   CallControl(int channel, char const* name) : Printing(channel, name) {}
-  bool OnMakeCall(CallParams const& from, CallParams const& to, CallId const& id, Media const& media,
+  int OnMakeCall(CallParams const& from, CallParams const& to, CallId const& id, Media const& media,
                   std::string const& text, CallExtraParams const& extra, CallAttachment const& attachment,
                   ProtocolType kind) override {
     Printing::OnMakeCall(from, to, id, media, text, extra, attachment, kind);
@@ -129,7 +129,7 @@ class CallControl : public Printing {
     Say(name_, "-> Accept    " + Id(id) + " " + Streams(answer));
     return true;
   }
-  bool OnCloseCall(CallId const& id, CallExtraParams const& extra, std::string const& text,
+  int OnCloseCall(CallId const& id, CallExtraParams const& extra, std::string const& text,
                    ProtocolType kind) override {
     Printing::OnCloseCall(id, extra, text, kind);
     Done(id, Media{}, nullptr);
@@ -142,14 +142,14 @@ class CallControl : public Printing {
 class Signalling : public Printing {
  public:
   Signalling(int channel, ProtocolType kind, char const* name) : Printing(channel, name) { mProtocolType = kind; }
-  bool OnAccept(CallId const& id, Media const& media, CallExtraParams const& extra, CallAttachment const& attachment,
+  int OnAccept(CallId const& id, Media const& media, CallExtraParams const& extra, CallAttachment const& attachment,
                 ProtocolType kind) override {
     Printing::OnAccept(id, media, extra, attachment, kind);
     CloseCall(id, nullptr, "normal clearing");
     Say(name_, "-> CloseCall " + Id(id) + " \"normal clearing\"");
     return true;
   }
-  bool OnDone(CallId const& id, Media const& media, CallExtraParams const& extra, ProtocolType kind) override {
+  int OnDone(CallId const& id, Media const& media, CallExtraParams const& extra, ProtocolType kind) override {
     Printing::OnDone(id, media, extra, kind);
     finished = true;
     return true;

@@ -60,36 +60,36 @@ class Call : public CallMessenger {
  public:
   explicit Call(Link* link) : CallMessenger(9, link, 32768) {}
 
-  bool OnMakeCall(CallParams const&, CallParams const&, unsigned long long const&,
+  int OnMakeCall(CallParams const&, CallParams const&, unsigned long long const&,
                   std::list<MediaParams> const&, std::string const&, CallExtraParams const&,
                   CallAttachment const&, ProtocolType sender) override {
     return Ran(0x00, sender);
   }
-  bool OnRinging(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnRinging(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
                  ProtocolType sender) override {
     return Ran(0x03, sender);
   }
-  bool OnAccept(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnAccept(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
                 CallAttachment const&, ProtocolType sender) override {
     return Ran(0x04, sender);
   }
-  bool OnDone(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnDone(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
               ProtocolType sender) override {
     return Ran(0x09, sender);
   }
-  bool OnCloseCall(unsigned long long const&, CallExtraParams const&, std::string const&,
+  int OnCloseCall(unsigned long long const&, CallExtraParams const&, std::string const&,
                    ProtocolType sender) override {
     return Ran(0x01, sender);
   }
-  bool OnReportError(unsigned long long const&, CallErrorCode, CallExtraParams const&, std::string const&,
+  int OnReportError(unsigned long long const&, CallErrorCode, CallExtraParams const&, std::string const&,
                      ProtocolType sender) override {
     return Ran(0x08, sender);
   }
-  bool OnChangeMedia(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
+  int OnChangeMedia(unsigned long long const&, std::list<MediaParams> const&, CallExtraParams const&,
                      ProtocolType sender) override {
     return Ran(0x05, sender);
   }
-  bool OnPartyStateChanged(bool, ProtocolType sender) override { return Ran(-1, sender); }
+  int OnPartyStateChanged(bool, ProtocolType sender) override { return Ran(-1, sender); }
   void Error(char const*) override { ++reports; }
 
   bool Ran(int code, ProtocolType sender) {

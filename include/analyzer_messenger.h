@@ -69,24 +69,24 @@ class AnalyzerMessenger {
   virtual bool ProcessMessageFromQueue(int n);
   virtual bool IsPartyOnline();
   // The peer came online (true) or went offline.
-  virtual bool OnPartyStateChanged(bool online);
+  virtual int OnPartyStateChanged(bool online);
 
-  // Handlers; the defaults do nothing and return false.
+  // Handlers; the defaults do nothing and return 0.
   // The whole MakeCall body, laid out as MakeCall's arguments.
-  virtual bool OnMakeCall(unsigned char const* body);
+  virtual int OnMakeCall(unsigned char const* body);
   // `data` is what follows the call id; its length is not passed.
-  virtual bool OnStartRTPStream(unsigned long long const& callId, unsigned char const* data);
-  virtual bool OnConnect(unsigned long long const& callId);
-  virtual bool OnCloseCall(unsigned long long const& callId);
-  virtual bool OnEndCall(unsigned long long const& callId);
-  virtual bool OnReportError(unsigned long long const& callId, AnalyzerErrorCode code);
+  virtual int OnStartRTPStream(unsigned long long const& callId, unsigned char const* data);
+  virtual int OnConnect(unsigned long long const& callId);
+  virtual int OnCloseCall(unsigned long long const& callId);
+  virtual int OnEndCall(unsigned long long const& callId);
+  virtual int OnReportError(unsigned long long const& callId, AnalyzerErrorCode code);
   // `text` is not terminated. `reply` and `replyLength` are always null and
   // 0 here; they belong to the application.
-  virtual bool OnSipMessage(unsigned long long const& callId, char const* text, unsigned short length, char kind,
+  virtual int OnSipMessage(unsigned long long const& callId, char const* text, unsigned short length, char kind,
                             char* reply, unsigned short replyLength);
   // The whole body.
-  virtual bool OnStartFilter(unsigned char const* filter);
-  virtual bool OnStopFilter();
+  virtual int OnStartFilter(unsigned char const* filter);
+  virtual int OnStopFilter();
 
   // Queues the bytes as they are.
   virtual bool SendMessage(int code, unsigned char* data, unsigned short length);

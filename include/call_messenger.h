@@ -19,7 +19,7 @@
 // (false when the peer is not online, the buffer is full, or there is no
 // queue). Optional records passed as null travel as their defaults:
 // CallExtraParams (0, 0) and CallAttachment (-1, -1, ""). The dispatcher
-// ignores handler results; the defaults do nothing and return false.
+// ignores handler results; the defaults do nothing and return 0.
 //
 // One thread drives a messenger, with BeginMessageLoop (blocks until reading
 // fails) or ProcessMessageFromQueue (never blocks); handlers run on it and may
@@ -85,48 +85,48 @@ class CallMessenger {
   virtual bool ResetQueue();
   virtual operator bool();
 
-  virtual bool OnMakeCall(CallParams const& from, CallParams const& to, unsigned long long const& callId,
+  virtual int OnMakeCall(CallParams const& from, CallParams const& to, unsigned long long const& callId,
                           std::list<MediaParams> const& media, std::string const& text,
                           CallExtraParams const& extra, CallAttachment const& attachment,
                           ProtocolType sender) = 0;
-  virtual bool OnRinging(unsigned long long const& callId, std::list<MediaParams> const& media,
+  virtual int OnRinging(unsigned long long const& callId, std::list<MediaParams> const& media,
                          CallExtraParams const& extra, ProtocolType sender) = 0;
-  virtual bool OnAccept(unsigned long long const& callId, std::list<MediaParams> const& media,
+  virtual int OnAccept(unsigned long long const& callId, std::list<MediaParams> const& media,
                         CallExtraParams const& extra, CallAttachment const& attachment,
                         ProtocolType sender) = 0;
-  virtual bool OnDone(unsigned long long const& callId, std::list<MediaParams> const& media,
+  virtual int OnDone(unsigned long long const& callId, std::list<MediaParams> const& media,
                       CallExtraParams const& extra, ProtocolType sender) = 0;
-  virtual bool OnCloseCall(unsigned long long const& callId, CallExtraParams const& extra,
+  virtual int OnCloseCall(unsigned long long const& callId, CallExtraParams const& extra,
                            std::string const& text, ProtocolType sender) = 0;
-  virtual bool OnReportError(unsigned long long const& callId, CallErrorCode error,
+  virtual int OnReportError(unsigned long long const& callId, CallErrorCode error,
                              CallExtraParams const& extra, std::string const& text, ProtocolType sender) = 0;
-  virtual bool OnChangeMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
+  virtual int OnChangeMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
                              CallExtraParams const& extra, ProtocolType sender) = 0;
-  virtual bool OnOfferMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
+  virtual int OnOfferMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
                             CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnAnswerMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
+  virtual int OnAnswerMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
                              CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnCallTransfer(unsigned long long const& callId, CallParams const& target,
+  virtual int OnCallTransfer(unsigned long long const& callId, CallParams const& target,
                               CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnCallForward(unsigned long long const& callId, std::list<CallParams> const& targets,
+  virtual int OnCallForward(unsigned long long const& callId, std::list<CallParams> const& targets,
                              CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnUpdateUserInfo(unsigned long long const& callId, CallParams const& user,
+  virtual int OnUpdateUserInfo(unsigned long long const& callId, CallParams const& user,
                                 CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnRequestMedia(unsigned long long const& callId, CallParams const& party,
+  virtual int OnRequestMedia(unsigned long long const& callId, CallParams const& party,
                               CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnResponseMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
+  virtual int OnResponseMedia(unsigned long long const& callId, std::list<MediaParams> const& media,
                                CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnInCallRefer(unsigned long long const& callId, CallParams const& target,
+  virtual int OnInCallRefer(unsigned long long const& callId, CallParams const& target,
                              unsigned long long const& otherCallId, CallExtraParams const& extra,
                              ProtocolType sender);
-  virtual bool OnIsAcceptRefer(unsigned long long const& callId, unsigned long value,
+  virtual int OnIsAcceptRefer(unsigned long long const& callId, unsigned long value,
                                CallExtraParams const& extra, ProtocolType sender);
   // The body's CallExtraParams is decoded but not passed on.
-  virtual bool OnReferResponse(unsigned long long const& callId, ReferResponseType response,
+  virtual int OnReferResponse(unsigned long long const& callId, ReferResponseType response,
                                ProtocolType sender);
   // The peer came online (true) or went offline; sender is derived from the
   // channel id (4..11 give 1..8, anything else 0).
-  virtual bool OnPartyStateChanged(bool online, ProtocolType sender);
+  virtual int OnPartyStateChanged(bool online, ProtocolType sender);
 
   // Appends this messenger's ProtocolType and queues the message.
   virtual bool SendMessage(int const* code, std::string* body);

@@ -30,8 +30,8 @@ class CasMessenger : public CallMessenger {
   // A signalling event on the call's trunk. The body carries the event text
   // before the call id, and the handler gets no ProtocolType.
   virtual bool CasEventRaise(unsigned long long const& callId, std::string const& event);
-  virtual bool OnConfigChanged(CfgChangeType type, std::list<std::string> const& items, ProtocolType sender);
-  virtual bool OnCasEventRaise(unsigned long long const& callId, std::string const& event);
+  virtual int OnConfigChanged(CfgChangeType type, std::list<std::string> const& items, ProtocolType sender);
+  virtual int OnCasEventRaise(unsigned long long const& callId, std::string const& event);
 
   bool DispatchMessage(int const* code, std::string const* body) override;
 };
@@ -45,8 +45,8 @@ class FxoMessenger : public CallMessenger {
   // A hook flash on the call's line; a null extra travels as (0, 0).
   bool GenerateFlash(unsigned long long const& callId, CallExtraParams const* extra);
 
-  virtual bool OnConfigChanged(CfgChangeType type, std::list<std::string> const& items, ProtocolType sender);
-  virtual bool OnGenerateFlash(unsigned long long const& callId, CallExtraParams const& extra,
+  virtual int OnConfigChanged(CfgChangeType type, std::list<std::string> const& items, ProtocolType sender);
+  virtual int OnGenerateFlash(unsigned long long const& callId, CallExtraParams const& extra,
                                ProtocolType sender);
 
   bool DispatchMessage(int const* code, std::string const* body) override;
@@ -59,7 +59,7 @@ class IsdnMessenger : public CallMessenger {
 
   bool ConfigChanged(CfgChangeType type, std::list<std::string> const& items);
 
-  virtual bool OnConfigChanged(CfgChangeType type, std::list<std::string> const& items, ProtocolType sender);
+  virtual int OnConfigChanged(CfgChangeType type, std::list<std::string> const& items, ProtocolType sender);
 
   bool DispatchMessage(int const* code, std::string const* body) override;
 };
@@ -76,10 +76,10 @@ class CmCsMessenger : public CallMessenger {
                     CallParams const& to, PackageParam const& package, CallExtraParams const& extra);
   bool AcceptRaiseAddInfo(unsigned long long const& callId, CallExtraParams const& extra);
 
-  virtual bool OnRaiseAddInfo(unsigned long long const& callId, RaiseAddInfoType const& type,
+  virtual int OnRaiseAddInfo(unsigned long long const& callId, RaiseAddInfoType const& type,
                               CallParams const& from, CallParams const& to, PackageParam const& package,
                               CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnAcceptRaiseAddInfo(unsigned long long const& callId, CallExtraParams const& extra,
+  virtual int OnAcceptRaiseAddInfo(unsigned long long const& callId, CallExtraParams const& extra,
                                     ProtocolType sender);
 
   bool DispatchMessage(int const* code, std::string const* body) override;

@@ -32,17 +32,17 @@ class SipBaseMessenger : public CallMessenger {
                     CallParams const& to, PackageParam const& package, CallExtraParams const& extra);
   bool AcceptRaiseAddInfo(unsigned long long const& callId, CallExtraParams const& extra);
 
-  virtual bool OnRegisterUser(RegisterParams const& before, RegisterParams const& after, ProtocolType sender);
-  virtual bool OnRegisterUsers(std::list<RegisterParams> const& users, ProtocolType sender);
-  virtual bool OnConfirmRegister(CallParams const& user, CallExtraParams const& extra, bool activated,
+  virtual int OnRegisterUser(RegisterParams const& before, RegisterParams const& after, ProtocolType sender);
+  virtual int OnRegisterUsers(std::list<RegisterParams> const& users, ProtocolType sender);
+  virtual int OnConfirmRegister(CallParams const& user, CallExtraParams const& extra, bool activated,
                                  ProtocolType sender);
-  virtual bool OnMakeReferCall(CallParams const& from, CallParams const& to, unsigned long long const& callId,
+  virtual int OnMakeReferCall(CallParams const& from, CallParams const& to, unsigned long long const& callId,
                                std::list<MediaParams> const& media, unsigned long long const& referredCallId,
                                std::string const& text, CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnRaiseAddInfo(unsigned long long const& callId, RaiseAddInfoType const& type,
+  virtual int OnRaiseAddInfo(unsigned long long const& callId, RaiseAddInfoType const& type,
                               CallParams const& from, CallParams const& to, PackageParam const& package,
                               CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnAcceptRaiseAddInfo(unsigned long long const& callId, CallExtraParams const& extra,
+  virtual int OnAcceptRaiseAddInfo(unsigned long long const& callId, CallExtraParams const& extra,
                                     ProtocolType sender);
   // Hooks for applications; the library never calls them.
   virtual void PeerConnected();
@@ -70,11 +70,11 @@ class SipMessenger : public SipBaseMessenger {
   bool IMResponse(unsigned long long const& callId, long status, CallErrorCode error,
                   CallExtraParams const& extra);
 
-  virtual bool OnConfigChanged(CfgChangeType type, std::list<std::string> const& items, ProtocolType sender);
-  virtual bool OnIMUserSet(std::list<CallParams> const& users);
-  virtual bool OnIMRequest(unsigned long long const& callId, CallParams const& from, CallParams const& to,
+  virtual int OnConfigChanged(CfgChangeType type, std::list<std::string> const& items, ProtocolType sender);
+  virtual int OnIMUserSet(std::list<CallParams> const& users);
+  virtual int OnIMRequest(unsigned long long const& callId, CallParams const& from, CallParams const& to,
                            PackageParam const& package, CallExtraParams const& extra);
-  virtual bool OnIMResponse(unsigned long long const& callId, long status, CallErrorCode error,
+  virtual int OnIMResponse(unsigned long long const& callId, long status, CallErrorCode error,
                             CallExtraParams const& extra);
 
   bool DispatchMessage(int const* code, std::string const* body) override;
@@ -100,21 +100,21 @@ class SPMGMessenger : public SipBaseMessenger {
   bool SetConfiguration(std::list<CallParams> const& users);
   bool ConfigurationChanged(CallParams const& before, CallParams const& after);
 
-  virtual bool OnMakeAlertCall(CallParams const& from, CallParams const& to, unsigned long long const& callId,
+  virtual int OnMakeAlertCall(CallParams const& from, CallParams const& to, unsigned long long const& callId,
                                std::list<MediaParams> const& media, AlertInfo const& alert,
                                CallExtraParams const& extra, ProtocolType sender);
-  virtual bool OnSetConfiguration(std::list<CallParams> const& users, ProtocolType sender);
-  virtual bool OnUserActivated(CallParams const& user, bool activated, ProtocolType sender);
-  virtual bool OnVMIndication(std::string const& user, unsigned long newMessages, unsigned long oldMessages,
+  virtual int OnSetConfiguration(std::list<CallParams> const& users, ProtocolType sender);
+  virtual int OnUserActivated(CallParams const& user, bool activated, ProtocolType sender);
+  virtual int OnVMIndication(std::string const& user, unsigned long newMessages, unsigned long oldMessages,
                               ProtocolType sender);
 
-  bool OnRegisterUser(RegisterParams const& before, RegisterParams const& after, ProtocolType sender) override;
+  int OnRegisterUser(RegisterParams const& before, RegisterParams const& after, ProtocolType sender) override;
   // Returns OnSetConfiguration(empty list, sender).
-  bool OnRegisterUsers(std::list<RegisterParams> const& users, ProtocolType sender) override;
+  int OnRegisterUsers(std::list<RegisterParams> const& users, ProtocolType sender) override;
   // Returns OnUserActivated(user, activated, sender).
-  bool OnConfirmRegister(CallParams const& user, CallExtraParams const& extra, bool activated,
+  int OnConfirmRegister(CallParams const& user, CallExtraParams const& extra, bool activated,
                          ProtocolType sender) override;
-  bool OnPartyStateChanged(bool online, ProtocolType sender) override;
+  int OnPartyStateChanged(bool online, ProtocolType sender) override;
 
   bool DispatchMessage(int const* code, std::string const* body) override;
 };

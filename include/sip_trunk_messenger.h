@@ -33,13 +33,13 @@ class CSIPTrunkMessenger {
   virtual bool ProcessMessageFromQueue(int const& n);
   virtual bool IsPartyOnline();
 
-  // Handlers; the defaults do nothing and return false. A body cut short
+  // Handlers; the defaults do nothing and return 0. A body cut short
   // leaves the missing fields at their defaults.
-  virtual bool OnSetUsersList(std::list<CallParams> const& users, bool first, bool second);
-  virtual bool OnChangeUserParams(CallParams const& before, CallParams const& after, bool flag);
-  virtual bool OnConfirmUserState(CallParams const& user, bool state, unsigned long value, bool flag);
+  virtual int OnSetUsersList(std::list<CallParams> const& users, bool first, bool second);
+  virtual int OnChangeUserParams(CallParams const& before, CallParams const& after, bool flag);
+  virtual int OnConfirmUserState(CallParams const& user, bool state, unsigned long value, bool flag);
   // The peer came online (true) or went offline.
-  virtual bool OnPartyStateChanged(bool const& online);
+  virtual int OnPartyStateChanged(bool const& online);
 
   // Queues the body as it is.
   virtual bool SendMessage(int const* code, std::string* body);

@@ -56,24 +56,24 @@ class Probe : public AnalyzerMessenger, public test::Notes {
   LoopbackLink& link() { return *link_; }
 
   unsigned char const* lastFilter = nullptr;
-  bool OnPartyStateChanged(bool online) override { return Note("PartyState", online); }
-  bool OnMakeCall(unsigned char const* body) override { return Note("MakeCall", WalkMakeCall(body)); }
-  bool OnStartRTPStream(CallId const& id, unsigned char const* data) override {
+  int OnPartyStateChanged(bool online) override { return Note("PartyState", online); }
+  int OnMakeCall(unsigned char const* body) override { return Note("MakeCall", WalkMakeCall(body)); }
+  int OnStartRTPStream(CallId const& id, unsigned char const* data) override {
     return Note("RTP", id, std::string(reinterpret_cast<char const*>(data)));
   }
-  bool OnConnect(CallId const& id) override { return Note("Connect", id); }
-  bool OnCloseCall(CallId const& id) override { return Note("CloseCall", id); }
-  bool OnEndCall(CallId const& id) override { return Note("EndCall", id); }
-  bool OnReportError(CallId const& id, AnalyzerErrorCode code) override { return Note("ReportError", id, code); }
-  bool OnSipMessage(CallId const& id, char const* text, unsigned short length, char kind, char* reply,
+  int OnConnect(CallId const& id) override { return Note("Connect", id); }
+  int OnCloseCall(CallId const& id) override { return Note("CloseCall", id); }
+  int OnEndCall(CallId const& id) override { return Note("EndCall", id); }
+  int OnReportError(CallId const& id, AnalyzerErrorCode code) override { return Note("ReportError", id, code); }
+  int OnSipMessage(CallId const& id, char const* text, unsigned short length, char kind, char* reply,
                     unsigned short replyLength) override {
     return Note("Sip", id, std::string(text, length), kind, reply == nullptr, replyLength);
   }
-  bool OnStartFilter(unsigned char const* filter) override {
+  int OnStartFilter(unsigned char const* filter) override {
     lastFilter = filter;
     return Note("Filter", std::string(reinterpret_cast<char const*>(filter)));
   }
-  bool OnStopFilter() override { return Note("StopFilter"); }
+  int OnStopFilter() override { return Note("StopFilter"); }
 
  private:
   std::unique_ptr<LoopbackLink> link_;

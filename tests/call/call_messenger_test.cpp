@@ -82,53 +82,53 @@ class Probe : public CallMessenger {
 
   using P = ProtocolType;
   using E = CallExtraParams;
-  bool OnMakeCall(CallParams const& a, CallParams const& b, CallId const& c, Media const& d, std::string const& e,
+  int OnMakeCall(CallParams const& a, CallParams const& b, CallId const& c, Media const& d, std::string const& e,
                   E const& f, CallAttachment const& g, P p) override {
     return Note("MakeCall", a, b, c, d, e, f, g, p);
   }
-  bool OnRinging(CallId const& a, Media const& b, E const& c, P p) override { return Note("Ringing", a, b, c, p); }
-  bool OnAccept(CallId const& a, Media const& b, E const& c, CallAttachment const& d, P p) override {
+  int OnRinging(CallId const& a, Media const& b, E const& c, P p) override { return Note("Ringing", a, b, c, p); }
+  int OnAccept(CallId const& a, Media const& b, E const& c, CallAttachment const& d, P p) override {
     return Note("Accept", a, b, c, d, p);
   }
-  bool OnDone(CallId const& a, Media const& b, E const& c, P p) override { return Note("Done", a, b, c, p); }
-  bool OnCloseCall(CallId const& a, E const& b, std::string const& c, P p) override {
+  int OnDone(CallId const& a, Media const& b, E const& c, P p) override { return Note("Done", a, b, c, p); }
+  int OnCloseCall(CallId const& a, E const& b, std::string const& c, P p) override {
     return Note("CloseCall", a, b, c, p);
   }
-  bool OnReportError(CallId const& a, CallErrorCode b, E const& c, std::string const& d, P p) override {
+  int OnReportError(CallId const& a, CallErrorCode b, E const& c, std::string const& d, P p) override {
     return Note("ReportError", a, b, c, d, p);
   }
-  bool OnChangeMedia(CallId const& a, Media const& b, E const& c, P p) override {
+  int OnChangeMedia(CallId const& a, Media const& b, E const& c, P p) override {
     return Note("ChangeMedia", a, b, c, p);
   }
-  bool OnOfferMedia(CallId const& a, Media const& b, E const& c, P p) override {
+  int OnOfferMedia(CallId const& a, Media const& b, E const& c, P p) override {
     return Note("OfferMedia", a, b, c, p);
   }
-  bool OnAnswerMedia(CallId const& a, Media const& b, E const& c, P p) override {
+  int OnAnswerMedia(CallId const& a, Media const& b, E const& c, P p) override {
     return Note("AnswerMedia", a, b, c, p);
   }
-  bool OnCallTransfer(CallId const& a, CallParams const& b, E const& c, P p) override {
+  int OnCallTransfer(CallId const& a, CallParams const& b, E const& c, P p) override {
     return Note("CallTransfer", a, b, c, p);
   }
-  bool OnCallForward(CallId const& a, std::list<CallParams> const& b, E const& c, P p) override {
+  int OnCallForward(CallId const& a, std::list<CallParams> const& b, E const& c, P p) override {
     return Note("CallForward", a, b, c, p);
   }
-  bool OnUpdateUserInfo(CallId const& a, CallParams const& b, E const& c, P p) override {
+  int OnUpdateUserInfo(CallId const& a, CallParams const& b, E const& c, P p) override {
     return Note("UpdateUserInfo", a, b, c, p);
   }
-  bool OnRequestMedia(CallId const& a, CallParams const& b, E const& c, P p) override {
+  int OnRequestMedia(CallId const& a, CallParams const& b, E const& c, P p) override {
     return Note("RequestMedia", a, b, c, p);
   }
-  bool OnResponseMedia(CallId const& a, Media const& b, E const& c, P p) override {
+  int OnResponseMedia(CallId const& a, Media const& b, E const& c, P p) override {
     return Note("ResponseMedia", a, b, c, p);
   }
-  bool OnInCallRefer(CallId const& a, CallParams const& b, CallId const& c, E const& d, P p) override {
+  int OnInCallRefer(CallId const& a, CallParams const& b, CallId const& c, E const& d, P p) override {
     return Note("InCallRefer", a, b, c, d, p);
   }
-  bool OnIsAcceptRefer(CallId const& a, unsigned long b, E const& c, P p) override {
+  int OnIsAcceptRefer(CallId const& a, unsigned long b, E const& c, P p) override {
     return Note("IsAcceptRefer", a, b, c, p);
   }
-  bool OnReferResponse(CallId const& a, ReferResponseType b, P p) override { return Note("ReferResponse", a, b, p); }
-  bool OnPartyStateChanged(bool online, P p) override { return Note("PartyState", online, p); }
+  int OnReferResponse(CallId const& a, ReferResponseType b, P p) override { return Note("ReferResponse", a, b, p); }
+  int OnPartyStateChanged(bool online, P p) override { return Note("PartyState", online, p); }
 
  private:
   std::unique_ptr<CapturingLink> link_;
@@ -333,7 +333,7 @@ TEST(CallMessengerTest, MalformedBodiesAreConsumedWithTheirReport) {
   struct Counting : Probe {
     using Probe::Probe;
     std::size_t streams = 0;
-    bool OnRinging(CallId const&, Media const& media, E const&, P) override { return (streams = media.size()) != 0; }
+    int OnRinging(CallId const&, Media const& media, E const&, P) override { return (streams = media.size()) != 0; }
   } counting(PROTOCOL_DEFAULT, new CapturingLink);
   std::string forged = kId + W("FFFFFFFF 00000000");
   EXPECT_TRUE(counting.DispatchMessage(&ringing, &forged));

@@ -84,25 +84,25 @@ class Probe : public Messenger, public Notes {
     return all;
   }
 
-  bool OnMakeCall(CP const& a, CP const& b, CallId const& c, Media const& d, std::string const& e, CEP const& f,
+  int OnMakeCall(CP const& a, CP const& b, CallId const& c, Media const& d, std::string const& e, CEP const& f,
                   CallAttachment const& g, PT p) override {
     return Note("MakeCall", a, b, c, d, e, f, g, p);
   }
-  bool OnRinging(CallId const& a, Media const& b, CEP const& c, PT p) override { return Note("Ringing", a, b, c, p); }
-  bool OnAccept(CallId const& a, Media const& b, CEP const& c, CallAttachment const& d, PT p) override {
+  int OnRinging(CallId const& a, Media const& b, CEP const& c, PT p) override { return Note("Ringing", a, b, c, p); }
+  int OnAccept(CallId const& a, Media const& b, CEP const& c, CallAttachment const& d, PT p) override {
     return Note("Accept", a, b, c, d, p);
   }
-  bool OnDone(CallId const& a, Media const& b, CEP const& c, PT p) override { return Note("Done", a, b, c, p); }
-  bool OnCloseCall(CallId const& a, CEP const& b, std::string const& c, PT p) override {
+  int OnDone(CallId const& a, Media const& b, CEP const& c, PT p) override { return Note("Done", a, b, c, p); }
+  int OnCloseCall(CallId const& a, CEP const& b, std::string const& c, PT p) override {
     return Note("CloseCall", a, b, c, p);
   }
-  bool OnReportError(CallId const& a, CallErrorCode b, CEP const& c, std::string const& d, PT p) override {
+  int OnReportError(CallId const& a, CallErrorCode b, CEP const& c, std::string const& d, PT p) override {
     return Note("ReportError", a, b, c, d, p);
   }
-  bool OnChangeMedia(CallId const& a, Media const& b, CEP const& c, PT p) override {
+  int OnChangeMedia(CallId const& a, Media const& b, CEP const& c, PT p) override {
     return Note("ChangeMedia", a, b, c, p);
   }
-  bool OnPartyStateChanged(bool online, PT p) override { return Note("PartyState", online, p); }
+  int OnPartyStateChanged(bool online, PT p) override { return Note("PartyState", online, p); }
 
  private:
   CapturingLink link_;

@@ -20,7 +20,7 @@ CEP const kExtra{7, 0xFFFFFFFF};
 template <typename Messenger>
 struct Configurable : Probe<Messenger> {
   using Probe<Messenger>::Probe;
-  bool OnConfigChanged(CfgChangeType t, std::list<std::string> const& i, PT p) override {
+  int OnConfigChanged(CfgChangeType t, std::list<std::string> const& i, PT p) override {
     return this->Note("ConfigChanged", t, i, p);
   }
 };
@@ -36,7 +36,7 @@ struct Cas : Configurable<CasMessenger> {
     expect.Note("ConfigChanged", CFG_CHANGE_LINES, kItems, kKind);
     expect.Note("CasEventRaise", kId, std::string("seized"));
   }
-  bool OnCasEventRaise(CallId const& id, std::string const& e) override { return Note("CasEventRaise", id, e); }
+  int OnCasEventRaise(CallId const& id, std::string const& e) override { return Note("CasEventRaise", id, e); }
 };
 
 struct Fxo : Configurable<FxoMessenger> {
@@ -48,7 +48,7 @@ struct Fxo : Configurable<FxoMessenger> {
     expect.Note("GenerateFlash", kId, kExtra, kKind);
     expect.Note("GenerateFlash", kId, CEP{}, kKind);
   }
-  bool OnGenerateFlash(CallId const& id, CEP const& e, PT p) override { return Note("GenerateFlash", id, e, p); }
+  int OnGenerateFlash(CallId const& id, CEP const& e, PT p) override { return Note("GenerateFlash", id, e, p); }
 };
 
 struct Isdn : Configurable<IsdnMessenger> {
@@ -71,11 +71,11 @@ struct CmCs : Probe<CmCsMessenger> {
     expect.Note("RaiseAddInfo", kId, ADD_INFO_NOTIFY, from, to, package, kExtra, kKind);
     expect.Note("AcceptRaiseAddInfo", kId, kExtra, kKind);
   }
-  bool OnRaiseAddInfo(CallId const& a, RaiseAddInfoType const& b, CP const& c, CP const& d, PackageParam const& e,
+  int OnRaiseAddInfo(CallId const& a, RaiseAddInfoType const& b, CP const& c, CP const& d, PackageParam const& e,
                       CEP const& f, PT p) override {
     return Note("RaiseAddInfo", a, b, c, d, e, f, p);
   }
-  bool OnAcceptRaiseAddInfo(CallId const& a, CEP const& b, PT p) override {
+  int OnAcceptRaiseAddInfo(CallId const& a, CEP const& b, PT p) override {
     return Note("AcceptRaiseAddInfo", a, b, p);
   }
 };

@@ -14,30 +14,30 @@ using RP = RegisterParams;
 
 struct Sip : Probe<SipMessenger> {
   Sip(Link* link, int id) : Probe(link, id) {}
-  bool OnRegisterUser(RP const& a, RP const& b, PT p) override { return Note("RegisterUser", a, b, p); }
-  bool OnRegisterUsers(std::list<RP> const& a, PT p) override { return Note("RegisterUsers", a, p); }
-  bool OnConfirmRegister(CP const& a, CEP const& b, bool c, PT p) override {
+  int OnRegisterUser(RP const& a, RP const& b, PT p) override { return Note("RegisterUser", a, b, p); }
+  int OnRegisterUsers(std::list<RP> const& a, PT p) override { return Note("RegisterUsers", a, p); }
+  int OnConfirmRegister(CP const& a, CEP const& b, bool c, PT p) override {
     return Note("ConfirmRegister", a, b, c, p);
   }
-  bool OnMakeReferCall(CP const& a, CP const& b, CallId const& c, Media const& d, CallId const& e,
+  int OnMakeReferCall(CP const& a, CP const& b, CallId const& c, Media const& d, CallId const& e,
                        std::string const& f, CEP const& g, PT p) override {
     return Note("MakeReferCall", a, b, c, d, e, f, g, p);
   }
-  bool OnRaiseAddInfo(CallId const& a, RaiseAddInfoType const& b, CP const& c, CP const& d, PackageParam const& e,
+  int OnRaiseAddInfo(CallId const& a, RaiseAddInfoType const& b, CP const& c, CP const& d, PackageParam const& e,
                       CEP const& f, PT p) override {
     return Note("RaiseAddInfo", a, b, c, d, e, f, p);
   }
-  bool OnAcceptRaiseAddInfo(CallId const& a, CEP const& b, PT p) override {
+  int OnAcceptRaiseAddInfo(CallId const& a, CEP const& b, PT p) override {
     return Note("AcceptRaiseAddInfo", a, b, p);
   }
-  bool OnConfigChanged(CfgChangeType a, std::list<std::string> const& b, PT p) override {
+  int OnConfigChanged(CfgChangeType a, std::list<std::string> const& b, PT p) override {
     return Note("ConfigChanged", a, b, p);
   }
-  bool OnIMUserSet(std::list<CP> const& a) override { return Note("IMUserSet", a); }
-  bool OnIMRequest(CallId const& a, CP const& b, CP const& c, PackageParam const& d, CEP const& e) override {
+  int OnIMUserSet(std::list<CP> const& a) override { return Note("IMUserSet", a); }
+  int OnIMRequest(CallId const& a, CP const& b, CP const& c, PackageParam const& d, CEP const& e) override {
     return Note("IMRequest", a, b, c, d, e);
   }
-  bool OnIMResponse(CallId const& a, long b, CallErrorCode c, CEP const& d) override {
+  int OnIMResponse(CallId const& a, long b, CallErrorCode c, CEP const& d) override {
     return Note("IMResponse", a, b, c, d);
   }
 };
@@ -45,13 +45,13 @@ struct Sip : Probe<SipMessenger> {
 // Keeps SPMGMessenger's own registration overrides: the bridge is under test.
 struct Spmg : Probe<SPMGMessenger> {
   Spmg() : Probe(12) {}
-  bool OnMakeAlertCall(CP const& a, CP const& b, CallId const& c, Media const& d, AlertInfo const& e, CEP const& f,
+  int OnMakeAlertCall(CP const& a, CP const& b, CallId const& c, Media const& d, AlertInfo const& e, CEP const& f,
                        PT p) override {
     return Note("MakeAlertCall", a, b, c, d, e, f, p);
   }
-  bool OnSetConfiguration(std::list<CP> const& a, PT p) override { return Note("SetConfiguration", a, p); }
-  bool OnUserActivated(CP const& a, bool b, PT p) override { return Note("UserActivated", a, b, p); }
-  bool OnVMIndication(std::string const& a, unsigned long b, unsigned long c, PT p) override {
+  int OnSetConfiguration(std::list<CP> const& a, PT p) override { return Note("SetConfiguration", a, p); }
+  int OnUserActivated(CP const& a, bool b, PT p) override { return Note("UserActivated", a, b, p); }
+  int OnVMIndication(std::string const& a, unsigned long b, unsigned long c, PT p) override {
     return Note("VMIndication", a, b, c, p);
   }
 };

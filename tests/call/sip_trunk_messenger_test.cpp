@@ -24,11 +24,11 @@ class Trunk : public CSIPTrunkMessenger, public test::Notes {
   }
   test::Sent& sent() { return link_->sent; }
 
-  bool OnSetUsersList(Users const& a, bool b, bool c) override { return Note("SetUsersList", a, b, c); }
-  bool OnChangeUserParams(CallParams const& a, CallParams const& b, bool c) override {
+  int OnSetUsersList(Users const& a, bool b, bool c) override { return Note("SetUsersList", a, b, c); }
+  int OnChangeUserParams(CallParams const& a, CallParams const& b, bool c) override {
     return Note("ChangeUserParams", a, b, c);
   }
-  bool OnConfirmUserState(CallParams const& a, bool b, unsigned long c, bool d) override {
+  int OnConfirmUserState(CallParams const& a, bool b, unsigned long c, bool d) override {
     return Note("ConfirmUserState", a, b, c, d);
   }
 
