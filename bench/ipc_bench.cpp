@@ -343,21 +343,21 @@ std::string Describe(Run const& run) {
 }
 
 int Profile(Options const& o, std::vector<std::unique_ptr<Subject> >& subjects, Session const& session) {
-  std::vector<std::string> spec = Split(o.profile, ':');
-  if (spec.size() != 3) return 2;
-  Metric const metric = spec[1] == "rtt" ? Metric::kRoundTrip : Metric::kThroughput;
+  std::vector<std::string> profile = Split(o.profile, ':');
+  if (profile.size() != 3) return 2;
+  Metric const metric = profile[1] == "rtt" ? Metric::kRoundTrip : Metric::kThroughput;
   RunSettings settings;
-  settings.size = static_cast<unsigned>(std::atoi(spec[2].c_str()));
+  settings.size = static_cast<unsigned>(std::atoi(profile[2].c_str()));
   settings.budgetSeconds = 0;  // a fixed count: instruction counts repeat exactly
   settings.maxMessages = o.messages;
   settings.warmup = 200;
   for (auto& subject : subjects) {
-    if (spec[0] != subject->Name()) continue;
+    if (profile[0] != subject->Name()) continue;
     Run run = RunCase(*subject, Placement::kOneCpu, metric, settings, 0, session, -1);
-    std::printf("%s %s %u: %s\n", subject->Name(), spec[1].c_str(), settings.size, Describe(run).c_str());
+    std::printf("%s %s %u: %s\n", subject->Name(), profile[1].c_str(), settings.size, Describe(run).c_str());
     return run.ok ? 0 : 1;
   }
-  std::fprintf(stderr, "no subject %s\n", spec[0].c_str());
+  std::fprintf(stderr, "no subject %s\n", profile[0].c_str());
   return 2;
 }
 
