@@ -671,10 +671,16 @@ void CyclicSharedMemory::ErrorEx(char const* text) {
   if (FormatErrorMessageEx(text)) ShowError();
 }
 
+// A writer refused for overflow retries in a tight loop; repeating the last
+// text must cost neither an allocation nor a write to stderr.
 bool CyclicSharedMemory::FormatErrorMessage(char const* text) {
-  std::string message = std::string(text) + " error.";
-  if (message == mMemoryErrorMessage) return false;
-  mMemoryErrorMessage = message;
+  static char const kSuffix[] = " error.";
+  std::size_t const length = std::strlen(text);
+  std::string& last = mMemoryErrorMessage;
+  if (last.size() == length + sizeof kSuffix - 1 && last.compare(0, length, text) == 0 &&
+      last.compare(length, std::string::npos, kSuffix) == 0)
+    return false;
+  last.assign(text, length).append(kSuffix);
   return true;
 }
 
