@@ -353,6 +353,10 @@ int Profile(Options const& o, std::vector<std::unique_ptr<Subject> >& subjects, 
   settings.warmup = 200;
   for (auto& subject : subjects) {
     if (profile[0] != subject->Name()) continue;
+    if (!subject->Supports(metric, settings.size)) {
+      std::fprintf(stderr, "%s has no %s case at %u bytes\n", subject->Name(), profile[1].c_str(), settings.size);
+      return 2;
+    }
     Run run = RunCase(*subject, Placement::kOneCpu, metric, settings, 0, session, -1);
     std::printf("%s %s %u: %s\n", subject->Name(), profile[1].c_str(), settings.size, Describe(run).c_str());
     return run.ok ? 0 : 1;

@@ -1,5 +1,4 @@
-// Wire order of the call records. Each list is the record's layout:
-//
+// Wire layouts of the call records (the field lists are in call_records.h):
 //   CallParams       10 texts (user, displayName, number, tag, host, contact,
 //                    sessionId, line, authUser, info), port (4)
 //   RegisterParams   CallParams, registered (1)
@@ -15,32 +14,6 @@ CallParams::CallParams() : port(0) {}
 CallParams::CallParams(CallParams const& other) = default;
 CallParams& CallParams::operator=(CallParams const& other) = default;
 CallParams::~CallParams() = default;
-
-template <typename Visit>
-decltype(auto) Fields(CallParams& r, Visit&& visit) {
-  return visit(r.user, r.displayName, r.number, r.tag, r.host, r.contact, r.sessionId, r.line,
-               r.authUser, r.info, r.port);
-}
-template <typename Visit>
-decltype(auto) Fields(RegisterParams& r, Visit&& visit) {
-  return visit(static_cast<CallParams&>(r), r.registered);
-}
-template <typename Visit>
-decltype(auto) Fields(CallExtraParams& r, Visit&& visit) {
-  return visit(r.flags, r.context);
-}
-template <typename Visit>
-decltype(auto) Fields(PackageParam& r, Visit&& visit) {
-  return visit(r.event, r.contentType, r.content);
-}
-template <typename Visit>
-decltype(auto) Fields(CallAttachment& r, Visit&& visit) {
-  return visit(r.kind, r.reference, r.data);
-}
-template <typename Visit>
-decltype(auto) Fields(AlertInfo& r, Visit&& visit) {
-  return visit(r.enabled, r.uri);
-}
 
 bool operator==(CallParams const& a, CallParams const& b) { return SameRecord(a, b); }
 bool operator==(RegisterParams const& a, RegisterParams const& b) { return SameRecord(a, b); }

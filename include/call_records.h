@@ -140,4 +140,34 @@ std::string& operator>>(std::string& body, CallAttachment& record);
 std::string& operator<<(std::string& body, AlertInfo const& record);
 std::string& operator>>(std::string& body, AlertInfo& record);
 
+// Field lists, in wire order, for code that walks a record's fields (the
+// operators above are such walks; the messengers' encoders and decoders,
+// which work on a body in place, are others): Fields(record, visit) calls
+// visit(field...).
+template <typename Visit>
+decltype(auto) Fields(CallParams& r, Visit&& visit) {
+  return visit(r.user, r.displayName, r.number, r.tag, r.host, r.contact, r.sessionId, r.line,
+               r.authUser, r.info, r.port);
+}
+template <typename Visit>
+decltype(auto) Fields(RegisterParams& r, Visit&& visit) {
+  return visit(static_cast<CallParams&>(r), r.registered);
+}
+template <typename Visit>
+decltype(auto) Fields(CallExtraParams& r, Visit&& visit) {
+  return visit(r.flags, r.context);
+}
+template <typename Visit>
+decltype(auto) Fields(PackageParam& r, Visit&& visit) {
+  return visit(r.event, r.contentType, r.content);
+}
+template <typename Visit>
+decltype(auto) Fields(CallAttachment& r, Visit&& visit) {
+  return visit(r.kind, r.reference, r.data);
+}
+template <typename Visit>
+decltype(auto) Fields(AlertInfo& r, Visit&& visit) {
+  return visit(r.enabled, r.uri);
+}
+
 #endif  // LIBMESSAGING_CALL_RECORDS_H_

@@ -66,9 +66,7 @@ std::string& operator<<(std::string& body, T const& value) {
   using Wire = typename WireType<T>::type;
   Wire wire = static_cast<Wire>(value);
   if (body.capacity() < kInitialBodyReserve) body.reserve(kInitialBodyReserve);
-  std::size_t at = body.size();
-  body.resize(at + sizeof(Wire));
-  std::memcpy(&body[at], &wire, sizeof(Wire));
+  body.append(reinterpret_cast<char const*>(&wire), sizeof(Wire));
   return body;
 }
 

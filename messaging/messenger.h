@@ -19,11 +19,14 @@
 #ifndef LIBMESSAGING_MESSAGING_MESSENGER_H_
 #define LIBMESSAGING_MESSAGING_MESSENGER_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <list>
 #include <string>
 #include <tuple>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "codec.h"
@@ -36,9 +39,8 @@ constexpr int kPeerOfflineCode = static_cast<int>(0x80000001u);
 
 inline bool IsPartyStateCode(int code) { return code == kPeerOnlineCode || code == kPeerOfflineCode; }
 
-// One field onto / off a body: sequences through PackTemplate and
-// UnpackTemplate, so that they fold like scalars; everything else through its
-// own operator.
+// One field onto a body: sequences through PackTemplate, so that they fold
+// like scalars; everything else through its own operator.
 template <typename T>
 void PutField(std::string& body, T const& value) {
   body << value;
@@ -52,22 +54,210 @@ void PutField(std::string& body, std::vector<T> const& vector) {
   PackTemplate(body, vector);
 }
 
+// Decoding reads through a cursor instead of erasing what it has taken off
+// the front of a string: erasing moves the rest of the body for every field,
+// which makes decoding a body quadratic in its size. The values are those the
+// string operators give: a field the body is too short for keeps its value
+// and leaves nothing to read, so every later field keeps its value too.
+class BodyReader {
+ public:
+  BodyReader(char const* data, std::size_t size) : at_(data), end_(data + size) {}
+  explicit BodyReader(std::string const& body) : BodyReader(body.data(), body.size()) {}
+
+  std::size_t Left() const { return static_cast<std::size_t>(end_ - at_); }
+  // Copies `size` bytes off the front; when fewer are left, nothing is
+  // copied and nothing stays to read.
+  bool Take(void* out, std::size_t size) {
+    if (Left() < size) {
+      at_ = end_;
+      return false;
+    }
+    std::memcpy(out, at_, size);
+    at_ += size;
+    return true;
+  }
+  char const* At() const { return at_; }
+  void Skip(std::size_t size) { at_ += size; }
+  void Exhaust() { at_ = end_; }
+
+ private:
+  char const* at_;
+  char const* end_;
+};
+
 template <typename T>
-void TakeField(std::string& body, T& value) {
-  body >> value;
-}
-template <typename T>
-void TakeField(std::string& body, std::list<T>& list) {
-  UnpackTemplate(body, list);
-}
-template <typename T>
-void TakeField(std::string& body, std::vector<T>& vector) {
-  UnpackTemplate(body, vector);
+std::enable_if_t<IsFixedWidthValue<T> > TakeField(BodyReader& reader, T& value) {
+  typename WireType<T>::type wire;
+  if (!reader.Take(&wire, sizeof wire)) return;
+  if constexpr (std::is_same<T, bool>::value) {
+    value = reinterpret_cast<unsigned char const&>(wire) != 0;
+  } else {
+    value = static_cast<T>(wire);
+  }
 }
 
-template <typename... Fields>
-void AppendFields(std::string& body, Fields const&... fields) {
-  (PutField(body, fields), ...);
+inline void TakeField(BodyReader& reader, std::string& text) {
+  std::uint32_t length;
+  if (!reader.Take(&length, sizeof length)) return;
+  if (reader.Left() < length) {
+    reader.Exhaust();
+    return;
+  }
+  // Targets start empty; appending to an empty string skips assign's
+  // overlap handling, which is most of the cost of a short text.
+  if (text.empty()) {
+    text.append(reader.At(), length);
+  } else {
+    text.assign(reader.At(), length);
+  }
+  reader.Skip(length);
+}
+
+// Walks a record's field list (its Fields overload) with the reader.
+struct FieldTaker {
+  BodyReader& reader;
+  template <typename... Values>
+  void operator()(Values&... values) const {
+    (TakeField(reader, values), ...);
+  }
+};
+
+template <typename Record>
+auto TakeField(BodyReader& reader, Record& record) -> decltype(Fields(record, std::declval<FieldTaker>()), void()) {
+  Fields(record, FieldTaker{reader});
+}
+
+// The layout and the rules of UnpackTemplate, including the bound on the count.
+template <typename Container>
+void TakeSequence(BodyReader& reader, Container& items) {
+  unsigned int count = 0;
+  TakeField(reader, count);
+  if (count > kMaxSequenceElements) count = kMaxSequenceElements;
+  typename Container::value_type scratch{};
+  if (!items.empty()) items.clear();
+  while (items.size() < count) {
+    TakeField(reader, scratch);
+    items.push_back(scratch);
+  }
+}
+template <typename T>
+void TakeField(BodyReader& reader, std::list<T>& list) {
+  TakeSequence(reader, list);
+}
+template <typename T>
+void TakeField(BodyReader& reader, std::vector<T>& vector) {
+  TakeSequence(reader, vector);
+}
+
+// Encoding measures the fields first and then writes them into the body
+// grown once, instead of appending field by field: a call set-up body is some
+// eighty appends, each with its own capacity check and copy call. The bytes
+// are those the operators write.
+template <typename Record>
+Record& Mutable(Record const& record) {  // field lists are written for mutable records
+  return const_cast<Record&>(record);
+}
+
+// A text cannot say it is longer than its prefix can count (never the case
+// on 32-bit hosts).
+inline std::uint32_t TextLength(std::string const& text) {
+  return text.size() > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(text.size());
+}
+
+template <typename T>
+std::enable_if_t<IsFixedWidthValue<T>, std::size_t> FieldSize(T const&) {
+  return sizeof(typename WireType<T>::type);
+}
+inline std::size_t FieldSize(std::string const& text) { return sizeof(std::uint32_t) + TextLength(text); }
+
+struct FieldSizer {
+  std::size_t& size;
+  template <typename... Values>
+  void operator()(Values const&... values) const {
+    ((size += FieldSize(values)), ...);
+  }
+};
+
+template <typename Record>
+auto FieldSize(Record const& record) -> decltype(Fields(Mutable(record), std::declval<FieldSizer>()), std::size_t()) {
+  std::size_t size = 0;
+  Fields(Mutable(record), FieldSizer{size});
+  return size;
+}
+template <typename Container>
+std::size_t SequenceSize(Container const& items) {
+  std::size_t size = sizeof(unsigned int);
+  for (auto const& item : items) size += FieldSize(item);
+  return size;
+}
+template <typename T>
+std::size_t FieldSize(std::list<T> const& list) {
+  return SequenceSize(list);
+}
+template <typename T>
+std::size_t FieldSize(std::vector<T> const& vector) {
+  return SequenceSize(vector);
+}
+
+// Writes into bytes already sized by FieldSize.
+class BodyWriter {
+ public:
+  explicit BodyWriter(char* at) : at_(at) {}
+  void Put(void const* data, std::size_t size) {
+    std::memcpy(at_, data, size);
+    at_ += size;
+  }
+
+ private:
+  char* at_;
+};
+
+template <typename T>
+std::enable_if_t<IsFixedWidthValue<T> > WriteField(BodyWriter& writer, T const& value) {
+  using Wire = typename WireType<T>::type;
+  Wire const wire = static_cast<Wire>(value);
+  writer.Put(&wire, sizeof wire);
+}
+inline void WriteField(BodyWriter& writer, std::string const& text) {
+  std::uint32_t const length = TextLength(text);
+  writer.Put(&length, sizeof length);
+  writer.Put(text.data(), length);
+}
+
+struct FieldWriter {
+  BodyWriter& writer;
+  template <typename... Values>
+  void operator()(Values const&... values) const {
+    (WriteField(writer, values), ...);
+  }
+};
+
+template <typename Record>
+auto WriteField(BodyWriter& writer, Record const& record)
+    -> decltype(Fields(Mutable(record), std::declval<FieldWriter>()), void()) {
+  Fields(Mutable(record), FieldWriter{writer});
+}
+template <typename Container>
+void WriteSequence(BodyWriter& writer, Container const& items) {
+  WriteField(writer, static_cast<unsigned int>(items.size()));
+  for (auto const& item : items) WriteField(writer, item);
+}
+template <typename T>
+void WriteField(BodyWriter& writer, std::list<T> const& list) {
+  WriteSequence(writer, list);
+}
+template <typename T>
+void WriteField(BodyWriter& writer, std::vector<T> const& vector) {
+  WriteSequence(writer, vector);
+}
+
+template <typename... Values>
+void AppendFields(std::string& body, Values const&... values) {
+  std::size_t const at = body.size();
+  if (body.capacity() < kInitialBodyReserve) body.reserve(kInitialBodyReserve);
+  body.resize(at + (std::size_t{0} + ... + FieldSize(values)));
+  BodyWriter writer(&body[0] + at);
+  (WriteField(writer, values), ...);
 }
 
 // A fresh body holding `fields` (for code outside the send path; a send
@@ -120,19 +310,15 @@ Record const& OrDefault(Record const* record) {
   return record ? *record : kDefault;
 }
 
-// Decodes the listed types, in order, from a private copy of `body`
-// (decoding consumes its input) into value-initialised targets, then calls
-// `handle` with them as lvalues; the handler's result is ignored. A short
-// body leaves the remaining targets at their defaults. Always true: the
-// message was ours.
+// Decodes the listed types, in order, from `body` into value-initialised
+// targets, then calls `handle` with them as lvalues; the handler's result is
+// ignored. A short body leaves the remaining targets at their defaults.
+// Always true: the message was ours.
 template <typename... Fields, typename Handle>
 bool Deliver(std::string const& body, Handle&& handle) {
   std::tuple<Fields...> fields{};
-  {
-    ScratchBody rest;
-    rest->assign(body);
-    std::apply([&rest](auto&... field) { (TakeField(*rest, field), ...); }, fields);
-  }
+  BodyReader reader(body);
+  std::apply(FieldTaker{reader}, fields);
   std::apply(handle, fields);
   return true;
 }

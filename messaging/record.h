@@ -16,27 +16,20 @@
 
 #include "messaging/messenger.h"
 
-// Fields() is written once, for a mutable record; encoding and comparison
-// only read through it.
-template <typename Record>
-Record& Mutable(Record const& record) {
-  return const_cast<Record&>(record);
-}
-
 template <typename Record>
 std::string& EncodeRecord(std::string& body, Record const& record) {
-  return Fields(Mutable(record), [&body](auto const&... field) -> std::string& {
-    (PutField(body, field), ...);
-    return body;
-  });
+  AppendFields(body, record);
+  return body;
 }
 
+// The string form takes the record off the front of `body`: what the reader
+// consumed is erased, all of it when the body was too short.
 template <typename Record>
 std::string& DecodeRecord(std::string& body, Record& record) {
-  return Fields(record, [&body](auto&... field) -> std::string& {
-    (TakeField(body, field), ...);
-    return body;
-  });
+  BodyReader reader(body);
+  TakeField(reader, record);
+  body.erase(0, static_cast<std::size_t>(reader.At() - body.data()));
+  return body;
 }
 
 template <typename Record>

@@ -17,20 +17,16 @@ namespace {
 
 constexpr std::size_t kInitialBodyReserve = 512;
 
-// Grows `body` by `length` bytes and returns the offset of the new tail.
-std::size_t Extend(std::string& body, std::size_t length) {
+void Reserve(std::string& body) {
   if (body.capacity() < kInitialBodyReserve) body.reserve(kInitialBodyReserve);
-  std::size_t at = body.size();
-  body.resize(at + length);
-  return at;
 }
 
 // Numbers travel at the width of their declared type (every record field is
 // a fixed-width type); texts and nested records use their own operators.
 template <typename T>
 std::enable_if_t<std::is_arithmetic<T>::value> Put(std::string& body, T value) {
-  std::size_t at = Extend(body, sizeof value);
-  std::memcpy(&body[at], &value, sizeof value);
+  Reserve(body);
+  body.append(reinterpret_cast<char const*>(&value), sizeof value);
 }
 
 template <typename T>
@@ -53,23 +49,11 @@ std::enable_if_t<!std::is_arithmetic<T>::value> Take(std::string& body, T& value
   body >> value;
 }
 
-// Each record names its fields once, in wire order; encoding, decoding and
-// comparison are all walks over that list.
-template <typename Media, typename Visit>
-decltype(auto) Fields(Media& m, Visit visit) {
-  return visit(m.type, m.payloadType, m.codec, m.clockRate, m.address, m.port, m.packetTime,
-               m.direction);
-}
-
-template <typename Fax, typename Visit>
-decltype(auto) FaxFields(Fax& f, Visit visit) {
-  return visit(f.remoteId, f.pages, f.bitRate, f.badLines);
-}
-
-template <typename Statistics, typename Visit>
-decltype(auto) StatisticsFields(Statistics& s, Visit visit) {
-  return visit(s.txPackets, s.txCodec, s.txPacketSize, s.rxPackets, s.rxCodec, s.rxPacketSize,
-               s.rxPacketsLost, s.rxJitter, s.rxMaxDelay, s.fax);
+// Encoding and comparison read through the field lists, which are written
+// for mutable records.
+template <typename Record>
+Record& Mutable(Record const& record) {
+  return const_cast<Record&>(record);
 }
 
 auto Encoder(std::string& body) {
@@ -96,11 +80,11 @@ std::string& operator<<(std::string& body, std::string const& text) {
   std::size_t length = text.size();
   if (length > std::numeric_limits<std::uint32_t>::max()) length = std::numeric_limits<std::uint32_t>::max();
   std::uint32_t prefix = static_cast<std::uint32_t>(length);
-  std::size_t at = Extend(body, sizeof prefix + length);
-  std::memcpy(&body[at], &prefix, sizeof prefix);
-  // text.data() is read after the resize: `body << body` then copies the
-  // original bytes, which the resize kept in place at the front.
-  if (length != 0) std::memcpy(&body[at + sizeof prefix], text.data(), length);
+  Reserve(body);
+  body.append(reinterpret_cast<char const*>(&prefix), sizeof prefix);
+  // text.data() is read after the prefix went in and `length` before: `body
+  // << body` then copies the original bytes, which stay at the front.
+  body.append(text.data(), length);
   return body;
 }
 
@@ -121,34 +105,34 @@ std::string& operator>>(std::string& body, std::string& text) {
 }
 
 bool operator==(MediaParams const& a, MediaParams const& b) {
-  return Fields(a, kTie) == Fields(b, kTie);
+  return Fields(Mutable(a), kTie) == Fields(Mutable(b), kTie);
 }
 bool operator!=(MediaParams const& a, MediaParams const& b) { return !(a == b); }
 std::string& operator<<(std::string& body, MediaParams const& media) {
-  return Fields(media, Encoder(body));
+  return Fields(Mutable(media), Encoder(body));
 }
 std::string& operator>>(std::string& body, MediaParams& media) {
   return Fields(media, Decoder(body));
 }
 
 bool operator==(FaxStatistics const& a, FaxStatistics const& b) {
-  return FaxFields(a, kTie) == FaxFields(b, kTie);
+  return Fields(Mutable(a), kTie) == Fields(Mutable(b), kTie);
 }
 bool operator!=(FaxStatistics const& a, FaxStatistics const& b) { return !(a == b); }
 std::string& operator<<(std::string& body, FaxStatistics const& fax) {
-  return FaxFields(fax, Encoder(body));
+  return Fields(Mutable(fax), Encoder(body));
 }
 std::string& operator>>(std::string& body, FaxStatistics& fax) {
-  return FaxFields(fax, Decoder(body));
+  return Fields(fax, Decoder(body));
 }
 
 bool operator==(CallStatistics const& a, CallStatistics const& b) {
-  return StatisticsFields(a, kTie) == StatisticsFields(b, kTie);
+  return Fields(Mutable(a), kTie) == Fields(Mutable(b), kTie);
 }
 bool operator!=(CallStatistics const& a, CallStatistics const& b) { return !(a == b); }
 std::string& operator<<(std::string& body, CallStatistics const& statistics) {
-  return StatisticsFields(statistics, Encoder(body));
+  return Fields(Mutable(statistics), Encoder(body));
 }
 std::string& operator>>(std::string& body, CallStatistics& statistics) {
-  return StatisticsFields(statistics, Decoder(body));
+  return Fields(statistics, Decoder(body));
 }

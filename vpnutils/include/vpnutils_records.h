@@ -81,4 +81,21 @@ bool operator!=(CallStatistics const& a, CallStatistics const& b);
 std::string& operator<<(std::string& body, CallStatistics const& statistics);
 std::string& operator>>(std::string& body, CallStatistics& statistics);
 
+// Field lists, in wire order, for code that walks a record's fields (the
+// operators above are such walks; a decoder that reads a body in place is
+// another): Fields(record, visit) calls visit(field...).
+template <typename Visit>
+decltype(auto) Fields(MediaParams& m, Visit&& visit) {
+  return visit(m.type, m.payloadType, m.codec, m.clockRate, m.address, m.port, m.packetTime, m.direction);
+}
+template <typename Visit>
+decltype(auto) Fields(FaxStatistics& f, Visit&& visit) {
+  return visit(f.remoteId, f.pages, f.bitRate, f.badLines);
+}
+template <typename Visit>
+decltype(auto) Fields(CallStatistics& s, Visit&& visit) {
+  return visit(s.txPackets, s.txCodec, s.txPacketSize, s.rxPackets, s.rxCodec, s.rxPacketSize, s.rxPacketsLost,
+               s.rxJitter, s.rxMaxDelay, s.fax);
+}
+
 #endif  // VPNUTILS_VPNUTILS_RECORDS_H_
