@@ -20,6 +20,7 @@
 #ifndef LIBMESSAGING_CODEC_H_
 #define LIBMESSAGING_CODEC_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <list>
@@ -57,9 +58,15 @@ constexpr bool IsFixedWidthValue = std::is_arithmetic<T>::value || std::is_enum<
 constexpr std::size_t kInitialBodyReserve = 512;
 
 // A sequence count is trusted, but no honest body can carry more elements than
-// this: decoding stops at the bound, so a forged count cannot make a receiver
-// allocate without limit.
+// this: decoding stops at the bound.
 constexpr unsigned kMaxSequenceElements = 65536;
+
+// Elements that a count promises beyond the end of the body are made up as
+// copies of the last one decoded, but only up to this many wire bytes of them
+// per sequence. An honest body makes up nothing; without the limit a forged
+// count behind one large element (65,536 copies of a 16 KB text) would ask a
+// 32-bit receiver for more memory than it can address.
+constexpr std::size_t kMaxMadeUpBytes = 65536;
 
 template <typename T, typename = std::enable_if_t<IsFixedWidthValue<T> > >
 std::string& operator<<(std::string& body, T const& value) {
@@ -98,7 +105,7 @@ std::string& PackSequence(std::string& body, Container const& items) {
 }
 
 // Decoding reuses one scratch element without resetting it, so a count larger
-// than the data yields copies of the last decoded element (up to the bound).
+// than the data yields copies of the last decoded element (up to the bounds).
 template <typename Container>
 std::string& UnpackSequence(std::string& body, Container& items) {
   unsigned int count = 0;
@@ -106,7 +113,17 @@ std::string& UnpackSequence(std::string& body, Container& items) {
   if (count > kMaxSequenceElements) count = kMaxSequenceElements;
   typename Container::value_type scratch{};
   if (!items.empty()) items.clear();
+  std::size_t copySize = 0, madeUp = 0;
   while (items.size() < count) {
+    if (body.empty()) {
+      if (copySize == 0) {
+        std::string copy;
+        copy << scratch;
+        copySize = copy.size();
+      }
+      madeUp += copySize;
+      if (madeUp > kMaxMadeUpBytes) break;
+    }
     body >> scratch;
     items.push_back(scratch);
   }

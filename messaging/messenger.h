@@ -39,19 +39,120 @@ constexpr int kPeerOfflineCode = static_cast<int>(0x80000001u);
 
 inline bool IsPartyStateCode(int code) { return code == kPeerOnlineCode || code == kPeerOfflineCode; }
 
-// One field onto a body: sequences through PackTemplate, so that they fold
-// like scalars; everything else through its own operator.
+// Encoding measures the fields first and then writes them into the body
+// grown once, instead of appending field by field: a call set-up body is some
+// eighty appends, each with its own capacity check and copy call. The bytes
+// are those the operators write.
+template <typename Record>
+Record& Mutable(Record const& record) {  // field lists are written for mutable records
+  return const_cast<Record&>(record);
+}
+
+// A text cannot say it is longer than its prefix can count (never the case
+// on 32-bit hosts).
+inline std::uint32_t TextLength(std::string const& text) {
+  return text.size() > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(text.size());
+}
+
+// Counts the bytes that WriteField will write.
+struct BodySize {
+  std::size_t bytes = 0;
+};
+
 template <typename T>
-void PutField(std::string& body, T const& value) {
-  body << value;
+std::enable_if_t<IsFixedWidthValue<T> > AddSize(BodySize& size, T const&) {
+  size.bytes += sizeof(typename WireType<T>::type);
+}
+inline void AddSize(BodySize& size, std::string const& text) { size.bytes += sizeof(std::uint32_t) + TextLength(text); }
+
+struct FieldSizer {
+  BodySize& size;
+  template <typename... Values>
+  void operator()(Values const&... values) const {
+    (AddSize(size, values), ...);
+  }
+};
+
+template <typename Record>
+auto AddSize(BodySize& size, Record const& record)
+    -> decltype(Fields(Mutable(record), std::declval<FieldSizer>()), void()) {
+  Fields(Mutable(record), FieldSizer{size});
+}
+template <typename Container>
+void AddSequenceSize(BodySize& size, Container const& items) {
+  size.bytes += sizeof(unsigned int);
+  for (auto const& item : items) AddSize(size, item);
 }
 template <typename T>
-void PutField(std::string& body, std::list<T> const& list) {
-  PackTemplate(body, list);
+void AddSize(BodySize& size, std::list<T> const& list) {
+  AddSequenceSize(size, list);
 }
 template <typename T>
-void PutField(std::string& body, std::vector<T> const& vector) {
-  PackTemplate(body, vector);
+void AddSize(BodySize& size, std::vector<T> const& vector) {
+  AddSequenceSize(size, vector);
+}
+
+// Writes into bytes already counted by AddSize.
+class BodyWriter {
+ public:
+  explicit BodyWriter(char* at) : at_(at) {}
+  void Put(void const* data, std::size_t size) {
+    std::memcpy(at_, data, size);
+    at_ += size;
+  }
+
+ private:
+  char* at_;
+};
+
+template <typename T>
+std::enable_if_t<IsFixedWidthValue<T> > WriteField(BodyWriter& writer, T const& value) {
+  using Wire = typename WireType<T>::type;
+  Wire const wire = static_cast<Wire>(value);
+  writer.Put(&wire, sizeof wire);
+}
+inline void WriteField(BodyWriter& writer, std::string const& text) {
+  std::uint32_t const length = TextLength(text);
+  writer.Put(&length, sizeof length);
+  writer.Put(text.data(), length);
+}
+
+struct FieldWriter {
+  BodyWriter& writer;
+  template <typename... Values>
+  void operator()(Values const&... values) const {
+    (WriteField(writer, values), ...);
+  }
+};
+
+template <typename Record>
+auto WriteField(BodyWriter& writer, Record const& record)
+    -> decltype(Fields(Mutable(record), std::declval<FieldWriter>()), void()) {
+  Fields(Mutable(record), FieldWriter{writer});
+}
+template <typename Container>
+void WriteSequence(BodyWriter& writer, Container const& items) {
+  WriteField(writer, static_cast<unsigned int>(items.size()));
+  for (auto const& item : items) WriteField(writer, item);
+}
+template <typename T>
+void WriteField(BodyWriter& writer, std::list<T> const& list) {
+  WriteSequence(writer, list);
+}
+template <typename T>
+void WriteField(BodyWriter& writer, std::vector<T> const& vector) {
+  WriteSequence(writer, vector);
+}
+
+template <typename... Values>
+void AppendFields(std::string& body, Values const&... values) {
+  std::size_t const at = body.size();
+  if (body.capacity() < kInitialBodyReserve) body.reserve(kInitialBodyReserve);
+  BodySize size;
+  (AddSize(size, values), ...);
+  body.resize(at + size.bytes);
+  BodyWriter writer(&body[0] + at);
+  (WriteField(writer, values), ...);
 }
 
 // Decoding reads through a cursor instead of erasing what it has taken off
@@ -127,7 +228,7 @@ auto TakeField(BodyReader& reader, Record& record) -> decltype(Fields(record, st
   Fields(record, FieldTaker{reader});
 }
 
-// The layout and the rules of UnpackTemplate, including the bound on the count.
+// The layout and the rules of UnpackTemplate, including its bounds.
 template <typename Container>
 void TakeSequence(BodyReader& reader, Container& items) {
   unsigned int count = 0;
@@ -135,7 +236,14 @@ void TakeSequence(BodyReader& reader, Container& items) {
   if (count > kMaxSequenceElements) count = kMaxSequenceElements;
   typename Container::value_type scratch{};
   if (!items.empty()) items.clear();
+  std::size_t madeUp = 0;
   while (items.size() < count) {
+    if (reader.Left() == 0) {
+      BodySize copy;
+      AddSize(copy, scratch);
+      madeUp += copy.bytes;
+      if (madeUp > kMaxMadeUpBytes) break;
+    }
     TakeField(reader, scratch);
     items.push_back(scratch);
   }
@@ -147,117 +255,6 @@ void TakeField(BodyReader& reader, std::list<T>& list) {
 template <typename T>
 void TakeField(BodyReader& reader, std::vector<T>& vector) {
   TakeSequence(reader, vector);
-}
-
-// Encoding measures the fields first and then writes them into the body
-// grown once, instead of appending field by field: a call set-up body is some
-// eighty appends, each with its own capacity check and copy call. The bytes
-// are those the operators write.
-template <typename Record>
-Record& Mutable(Record const& record) {  // field lists are written for mutable records
-  return const_cast<Record&>(record);
-}
-
-// A text cannot say it is longer than its prefix can count (never the case
-// on 32-bit hosts).
-inline std::uint32_t TextLength(std::string const& text) {
-  return text.size() > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(text.size());
-}
-
-template <typename T>
-std::enable_if_t<IsFixedWidthValue<T>, std::size_t> FieldSize(T const&) {
-  return sizeof(typename WireType<T>::type);
-}
-inline std::size_t FieldSize(std::string const& text) { return sizeof(std::uint32_t) + TextLength(text); }
-
-struct FieldSizer {
-  std::size_t& size;
-  template <typename... Values>
-  void operator()(Values const&... values) const {
-    ((size += FieldSize(values)), ...);
-  }
-};
-
-template <typename Record>
-auto FieldSize(Record const& record) -> decltype(Fields(Mutable(record), std::declval<FieldSizer>()), std::size_t()) {
-  std::size_t size = 0;
-  Fields(Mutable(record), FieldSizer{size});
-  return size;
-}
-template <typename Container>
-std::size_t SequenceSize(Container const& items) {
-  std::size_t size = sizeof(unsigned int);
-  for (auto const& item : items) size += FieldSize(item);
-  return size;
-}
-template <typename T>
-std::size_t FieldSize(std::list<T> const& list) {
-  return SequenceSize(list);
-}
-template <typename T>
-std::size_t FieldSize(std::vector<T> const& vector) {
-  return SequenceSize(vector);
-}
-
-// Writes into bytes already sized by FieldSize.
-class BodyWriter {
- public:
-  explicit BodyWriter(char* at) : at_(at) {}
-  void Put(void const* data, std::size_t size) {
-    std::memcpy(at_, data, size);
-    at_ += size;
-  }
-
- private:
-  char* at_;
-};
-
-template <typename T>
-std::enable_if_t<IsFixedWidthValue<T> > WriteField(BodyWriter& writer, T const& value) {
-  using Wire = typename WireType<T>::type;
-  Wire const wire = static_cast<Wire>(value);
-  writer.Put(&wire, sizeof wire);
-}
-inline void WriteField(BodyWriter& writer, std::string const& text) {
-  std::uint32_t const length = TextLength(text);
-  writer.Put(&length, sizeof length);
-  writer.Put(text.data(), length);
-}
-
-struct FieldWriter {
-  BodyWriter& writer;
-  template <typename... Values>
-  void operator()(Values const&... values) const {
-    (WriteField(writer, values), ...);
-  }
-};
-
-template <typename Record>
-auto WriteField(BodyWriter& writer, Record const& record)
-    -> decltype(Fields(Mutable(record), std::declval<FieldWriter>()), void()) {
-  Fields(Mutable(record), FieldWriter{writer});
-}
-template <typename Container>
-void WriteSequence(BodyWriter& writer, Container const& items) {
-  WriteField(writer, static_cast<unsigned int>(items.size()));
-  for (auto const& item : items) WriteField(writer, item);
-}
-template <typename T>
-void WriteField(BodyWriter& writer, std::list<T> const& list) {
-  WriteSequence(writer, list);
-}
-template <typename T>
-void WriteField(BodyWriter& writer, std::vector<T> const& vector) {
-  WriteSequence(writer, vector);
-}
-
-template <typename... Values>
-void AppendFields(std::string& body, Values const&... values) {
-  std::size_t const at = body.size();
-  if (body.capacity() < kInitialBodyReserve) body.reserve(kInitialBodyReserve);
-  body.resize(at + (std::size_t{0} + ... + FieldSize(values)));
-  BodyWriter writer(&body[0] + at);
-  (WriteField(writer, values), ...);
 }
 
 // A fresh body holding `fields` (for code outside the send path; a send

@@ -1,9 +1,8 @@
 // Body codec of texts and records.
 //
-// Numbers are copied in the host's byte order at the width of the wire type
-// named at each call (PutField<std::uint32_t>, ...), which is the layout the
-// messaging codec gives the same C++ types; this library cannot use that
-// codec, which sits above it.
+// Numbers are copied in the host's byte order at the width of each field's
+// declared type, which is the layout the messaging codec gives the same C++
+// types; this library cannot use that codec, which sits above it.
 #include "vpnutils_codec.h"
 #include "vpnutils_records.h"
 
