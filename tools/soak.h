@@ -5,11 +5,13 @@
 // far, and a checksum; a receiving thread checks every message as it comes.
 // A gap in the sequence must equal the growth of the carried overflow count:
 // every loss is one the sender saw as a failed SendMessage while its peer was
-// online. The receiver switches at random between the blocking GetMessage and
-// the non-blocking PeekMessage. At the end both sides stop, and with every
-// message read each semaphore must be 0; then each side sends three more,
-// and each semaphore must be 3. Resident memory is sampled from
-// /proc/self/statm after a warm-up and must stay flat.
+// online. A receiver switches at random between the blocking GetMessage and
+// the non-blocking PeekMessage; the receiver of the party named by
+// pollerParty instead waits in a CyclicQueuePoller throughout and peeks once
+// per report, and a report with no message behind it fails the run. At the
+// end both sides stop, and with every message read each semaphore must be 0;
+// then each side sends three more, and each semaphore must be 3. Resident
+// memory is sampled from /proc/self/statm after a warm-up and must stay flat.
 //
 // Header-only so that the test suite compiles it in directly (the tools
 // directory is not part of every build). Only the public interface is used.
@@ -30,10 +32,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
 
+#include "queue_poller.h"
 #include "transport.h"
 
 namespace soak {
@@ -49,6 +53,8 @@ struct Options {
   // per message (32 bytes) is megabytes within seconds.
   long rssToleranceKb = 1024;
   bool enforceRss = true;
+  // The party (0 = a, 1 = b) whose receiver is a poller; -1 for none.
+  int pollerParty = -1;
 };
 
 // What one process saw; sent through a pipe to the coordinator.
@@ -57,7 +63,7 @@ struct PartyReport {
   std::uint64_t overflows = 0;     // refused while the peer was online
   std::uint64_t received = 0;      // data messages that checked out
   std::uint64_t gaps = 0;          // sequence numbers never received
-  std::uint64_t byMode[2] = {0, 0};  // received through GetMessage, PeekMessage
+  std::uint64_t byMode[3] = {0, 0, 0};  // received through GetMessage, PeekMessage, the poller
   long rssBaseKb = 0;
   long rssGrowthKb = 0;            // largest growth over the base
   char failure[200] = "";
@@ -74,12 +80,13 @@ struct Result {
     std::snprintf(line, sizeof line,
                   "soak %.0f s: a->b %llu sent, %llu received, %llu lost = %llu overflows; "
                   "b->a %llu sent, %llu received, %llu lost = %llu overflows; "
-                  "blocking/peek reads %llu/%llu; max RSS growth %ld KB; %s%s",
+                  "blocking/peek/poller reads %llu/%llu/%llu; max RSS growth %ld KB; %s%s",
                   seconds, ull(party[0].sent), ull(party[1].received), ull(party[1].gaps),
                   ull(party[0].overflows), ull(party[1].sent), ull(party[0].received),
                   ull(party[0].gaps), ull(party[1].overflows),
                   ull(party[0].byMode[0] + party[1].byMode[0]),
                   ull(party[0].byMode[1] + party[1].byMode[1]),
+                  ull(party[0].byMode[2] + party[1].byMode[2]),
                   party[0].rssGrowthKb > party[1].rssGrowthKb ? party[0].rssGrowthKb
                                                               : party[1].rssGrowthKb,
                   ok ? "PASS" : "FAIL: ", failure.c_str());
@@ -211,17 +218,18 @@ inline void Fail(PartyReport& report, char const* format, unsigned long long a =
   if (!report.failure[0]) std::snprintf(report.failure, sizeof report.failure, format, a, b);
 }
 
-// Receive modes, switched at random. A poller mode (CyclicQueuePoller of
-// queue_poller.h: WaitForEvents, then PeekMessage per reported id) belongs
-// here as a third. Its SelectQueue must come before the peer's first write:
-// a poller that appears later makes the writer drop what is still unread,
-// which this soak would rightly count as unexplained loss. With a poller
-// registered, a read no longer announces the party; the poller's first wait
-// does.
-enum Mode { kBlocking, kPeek, kModes };
+// Receive modes. Blocking and peek are switched at random. The poller is a
+// receiver's only mode from the start (Party registers it before the peer
+// can write): a poller that appears later makes the writer drop what is
+// still unread, which this soak would rightly count as unexplained loss, and
+// reading around it would leave reports without a message, which it counts
+// as a fault.
+enum Mode { kBlocking, kPeek, kPoller };
 
 struct Receiver {
   CyclicMessageQueue* queue;
+  CyclicQueuePoller* poller;  // null unless this receiver waits in it
+  int channel;                // the id the poller must report
   PartyReport* report;
   unsigned seed;
   std::atomic<bool> done{false};
@@ -234,17 +242,17 @@ struct Receiver {
   void Receive() {
     typedef unsigned long long ull;
     std::mt19937 random(seed);
-    Mode mode = kBlocking;
+    Mode mode = poller ? kPoller : kBlocking;
     std::string body;
     body.reserve(65536);
     std::uint32_t nextSeq = 0, lastOverflows = 0;
     for (;;) {
-      if (random() % 512 == 0) mode = static_cast<Mode>(random() % kModes);
+      if (mode != kPoller && random() % 512 == 0) mode = static_cast<Mode>(random() % 2);
       int code = 0;
-      unsigned length =
-          mode == kBlocking ? queue->GetMessage(&code, &body) : queue->PeekMessage(&code, &body);
+      unsigned length = Read(mode, &code, &body);
       if (length == 0) {
         if (mode == kBlocking) return Fail(*report, "GetMessage failed");
+        if (mode == kPoller) return Fail(*report, "the poller reported a message that was not there");
         Pause(100);
         continue;
       }
@@ -278,11 +286,26 @@ struct Receiver {
       ++report->byMode[mode];
     }
   }
+
+  unsigned Read(Mode mode, int* code, std::string* body) {
+    if (mode == kBlocking) return queue->GetMessage(code, body);
+    if (mode == kPeek) return queue->PeekMessage(code, body);
+    int const id = poller->WaitForEvents();
+    if (id != channel) {
+      Fail(*report, "the poller's wait returned %llu", static_cast<unsigned>(id));
+      return 0;
+    }
+    return queue->PeekMessage(code, body);
+  }
 };
 
 // One process's part; returns its exit status.
 inline int Party(Options const& options, int index, Channel& up, Channel& down, Channel& out) {
   typedef unsigned long long ull;
+  // A forked child keeps the coordinator's load-time process id; a process
+  // of the appliance is a program of its own, and a poller tells the two ends
+  // of a channel apart by it.
+  CyclicSharedMemory::mPID = TrojanRider::mPID = getpid();
   PartyReport report;
   auto finish = [&](int status) {
     out.Put(&report, sizeof report);
@@ -294,6 +317,19 @@ inline int Party(Options const& options, int index, Channel& up, Channel& down, 
   };
   CyclicMessageQueue queue(options.id, "/bin/ping", options.size, nullptr);
   if (!queue) return abort(10, "channel construction failed");
+  // Registered before the peer can write to this party: the peer writes only
+  // once this party is online, and with a poller registered only a write or
+  // the poller's first wait announces it, not a read. It lives until this
+  // party leaves (destroyed before the queue), past the peer's probes and,
+  // when a leaves first, a's offline notice: a write to a removed poller
+  // would re-create its event. b, leaving last, writes nothing to a.
+  std::unique_ptr<CyclicQueuePoller> poller;
+  if (options.pollerParty == index) {
+    // Its main event must not share the key of the channel's event for a
+    // first-party poller, ftok(TROJAN_MAIN_EVENT_PATH, channel id).
+    poller.reset(new CyclicQueuePoller(options.id + 1));
+    if (!poller->SelectQueue(options.id, "/bin/ping", true, true)) return abort(20, "SelectQueue failed");
+  }
   if (index == 0) {
     // Alone on the channel, a send only announces this party (it is dropped
     // silently). Done before the peer is let in: its attach and this
@@ -303,10 +339,13 @@ inline int Party(Options const& options, int index, Channel& up, Channel& down, 
     queue.SendMessage(&code, &none);
   }
   up.PutStep(kConstructed);
-  // The second announces with the receiver's first read (a read made only
-  // to announce could swallow the peer's first message).
+  // The second announces with the receiver's first read or wait, or its own
+  // first send (a read made only to announce could swallow the peer's first
+  // message).
   Receiver receiver;
   receiver.queue = &queue;
+  receiver.poller = poller.get();
+  receiver.channel = options.id;
   receiver.report = &report;
   receiver.seed = options.seed * 4 + static_cast<unsigned>(index) * 2 + 1;
   std::thread reading(std::ref(receiver));
