@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "call/family_probe.h"
 
@@ -36,7 +34,7 @@ struct Cas : Configurable<CasMessenger> {
     expect.Note("ConfigChanged", CFG_CHANGE_LINES, kItems, kKind);
     expect.Note("CasEventRaise", kId, std::string("seized"));
   }
-  int OnCasEventRaise(CallId const& id, std::string const& e) override { return Note("CasEventRaise", id, e); }
+  int OnCasEventRaise(IdRef id, TextRef e) override { return Note("CasEventRaise", id, e); }
 };
 
 struct Fxo : Configurable<FxoMessenger> {
@@ -71,13 +69,11 @@ struct CmCs : Probe<CmCsMessenger> {
     expect.Note("RaiseAddInfo", kId, ADD_INFO_NOTIFY, from, to, package, kExtra, kKind);
     expect.Note("AcceptRaiseAddInfo", kId, kExtra, kKind);
   }
-  int OnRaiseAddInfo(CallId const& a, RaiseAddInfoType const& b, CP const& c, CP const& d, PackageParam const& e,
-                      CEP const& f, PT p) override {
+  int OnRaiseAddInfo(IdRef a, RaiseAddInfoType const& b, PartyRef c, PartyRef d, PackageParam const& e, ExtraRef f,
+                      PT p) override {
     return Note("RaiseAddInfo", a, b, c, d, e, f, p);
   }
-  int OnAcceptRaiseAddInfo(CallId const& a, CEP const& b, PT p) override {
-    return Note("AcceptRaiseAddInfo", a, b, p);
-  }
+  int OnAcceptRaiseAddInfo(IdRef a, ExtraRef b, PT p) override { return Note("AcceptRaiseAddInfo", a, b, p); }
 };
 
 // Every code that some messenger of the family adds above the base range.
@@ -103,7 +99,6 @@ void ExpectDialogue(char const* name) {
   EXPECT_EQ(sender.Codes(), codes);
   EXPECT_TRUE(sender.DeliverTo(receiver));
   EXPECT_EQ(receiver.calls, expect.calls);
-
   std::string const empty = MakeBody(Line::kKind), wrongSender = MakeBody(kId, 9);
   testing::internal::CaptureStderr();
   for (int code : kFamilyCodes) {
@@ -123,34 +118,11 @@ TEST(LineMessengersTest, EachTalksToCallControl) {
 
 TEST(LineMessengersTest, BodiesMatchTheirGoldenLayout) {
   Cas cas;
-  Sent& fromCas = cas.Capture();
   Fxo fxo;
-  Sent& fromFxo = fxo.Capture();
+  Sent &fromCas = cas.Capture(), &fromFxo = fxo.Capture();
   ASSERT_TRUE(cas.CasEventRaise(5, "X") && fxo.GenerateFlash(kId, nullptr));
-  EXPECT_EQ(Hex(fromCas[0].second), Hex(N("00 00 00 01") + B("58") +     // the text comes first
-                                        N("00 00 00 00 00 00 00 05") +  // then the call id
-                                        N("00 00 00 00")));             // sender: 0
-  EXPECT_EQ(Hex(fromFxo[0].second), Hex(N("01 02 03 04 05 06 07 08") +
-                                        N("00 00 00 00") + N("00 00 00 00") +  // extra: 0, 0
-                                        N("00 00 00 01")));                    // sender: FXO
-}
-
-// Call control and an analogue-line process on channel 4.
-TEST(LineMessengersTest, FxoDialogueCrossesProcesses) {
-  Notes expect;
-  expect.Note("PartyState", true, PROTOCOL_FXO);
-  expect.Note("Ringing", kId, OneStream(), CEP{}, PROTOCOL_FXO);
-  {
-    Fxo scratch;  // gone before call control takes the channel
-    scratch.Capture();
-    scratch.SendOwn(expect);
-  }
-  Fxo control;
-  ExpectFromPeer(control, expect.calls, [] { return std::make_unique<Fxo>(); }, [](Fxo& line) {
-    Notes ignored;
-    line.Ringing(kId, OneStream(), nullptr);
-    line.SendOwn(ignored);
-  });
+  EXPECT_EQ(Hex(fromCas[0].second), Hex(Text("X") + W("0000000000000005 00000000")));  // text, id, sender 0
+  EXPECT_EQ(Hex(fromFxo[0].second), Hex(W("0102030405060708 00000000 00000000 00000001")));  // extra 0, 0; FXO
 }
 
 }  // namespace

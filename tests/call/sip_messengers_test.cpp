@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "call/family_probe.h"
 
 namespace {
@@ -16,42 +13,34 @@ struct Sip : Probe<SipMessenger> {
   Sip(Link* link, int id) : Probe(link, id) {}
   int OnRegisterUser(RP const& a, RP const& b, PT p) override { return Note("RegisterUser", a, b, p); }
   int OnRegisterUsers(std::list<RP> const& a, PT p) override { return Note("RegisterUsers", a, p); }
-  int OnConfirmRegister(CP const& a, CEP const& b, bool c, PT p) override {
-    return Note("ConfirmRegister", a, b, c, p);
-  }
-  int OnMakeReferCall(CP const& a, CP const& b, CallId const& c, Media const& d, CallId const& e,
-                       std::string const& f, CEP const& g, PT p) override {
+  int OnConfirmRegister(PartyRef a, ExtraRef b, bool c, PT p) override { return Note("ConfirmRegister", a, b, c, p); }
+  int OnMakeReferCall(PartyRef a, PartyRef b, IdRef c, MediaRef d, IdRef e, TextRef f, ExtraRef g, PT p) override {
     return Note("MakeReferCall", a, b, c, d, e, f, g, p);
   }
-  int OnRaiseAddInfo(CallId const& a, RaiseAddInfoType const& b, CP const& c, CP const& d, PackageParam const& e,
-                      CEP const& f, PT p) override {
+  int OnRaiseAddInfo(IdRef a, RaiseAddInfoType const& b, PartyRef c, PartyRef d, PackageParam const& e, ExtraRef f,
+                      PT p) override {
     return Note("RaiseAddInfo", a, b, c, d, e, f, p);
   }
-  int OnAcceptRaiseAddInfo(CallId const& a, CEP const& b, PT p) override {
-    return Note("AcceptRaiseAddInfo", a, b, p);
-  }
+  int OnAcceptRaiseAddInfo(IdRef a, ExtraRef b, PT p) override { return Note("AcceptRaiseAddInfo", a, b, p); }
   int OnConfigChanged(CfgChangeType a, std::list<std::string> const& b, PT p) override {
     return Note("ConfigChanged", a, b, p);
   }
   int OnIMUserSet(std::list<CP> const& a) override { return Note("IMUserSet", a); }
-  int OnIMRequest(CallId const& a, CP const& b, CP const& c, PackageParam const& d, CEP const& e) override {
+  int OnIMRequest(IdRef a, PartyRef b, PartyRef c, PackageParam const& d, ExtraRef e) override {
     return Note("IMRequest", a, b, c, d, e);
   }
-  int OnIMResponse(CallId const& a, long b, CallErrorCode c, CEP const& d) override {
-    return Note("IMResponse", a, b, c, d);
-  }
+  int OnIMResponse(IdRef a, long b, CallErrorCode c, ExtraRef d) override { return Note("IMResponse", a, b, c, d); }
 };
 
 // Keeps SPMGMessenger's own registration overrides: the bridge is under test.
 struct Spmg : Probe<SPMGMessenger> {
   Spmg() : Probe(12) {}
-  int OnMakeAlertCall(CP const& a, CP const& b, CallId const& c, Media const& d, AlertInfo const& e, CEP const& f,
-                       PT p) override {
+  int OnMakeAlertCall(PartyRef a, PartyRef b, IdRef c, MediaRef d, AlertInfo const& e, ExtraRef f, PT p) override {
     return Note("MakeAlertCall", a, b, c, d, e, f, p);
   }
   int OnSetConfiguration(std::list<CP> const& a, PT p) override { return Note("SetConfiguration", a, p); }
   int OnUserActivated(CP const& a, bool b, PT p) override { return Note("UserActivated", a, b, p); }
-  int OnVMIndication(std::string const& a, unsigned long b, unsigned long c, PT p) override {
+  int OnVMIndication(TextRef a, unsigned long b, unsigned long c, PT p) override {
     return Note("VMIndication", a, b, c, p);
   }
 };
@@ -94,22 +83,20 @@ TEST(SipMessengersTest, BodiesMatchTheirGoldenLayoutAndTheirTwins) {
   CapturingLink link;
   Sip sip(&link, 7);
   ASSERT_TRUE(sip.IMResponse(5, -1, CALL_ERROR_BUSY, CEP{}));
-  EXPECT_EQ(Hex(link.sent[0].second), Hex(N("00 00 00 00 00 00 00 05") + B("FF FF FF FF") +  // long -1
-                                          N("00 00 00 01") + N("00 00 00 00") + N("00 00 00 00") +
-                                          N("00 00 00 02")));  // sender: SIP
+  // Id, long -1, error, extra (0, 0), sender SIP.
+  EXPECT_EQ(Hex(link.sent[0].second), Hex(W("0000000000000005 FFFFFFFF 00000001 00000000 00000000 00000002")));
   link.sent.clear();
   Probe<CmCsMessenger> cmcs;
-  Sent& fromCmCs = cmcs.Capture();
   Probe<IsdnMessenger> isdn(10);
-  Sent& fromIsdn = isdn.Capture();
+  Sent &fromCmCs = cmcs.Capture(), &fromIsdn = isdn.Capture();
   ASSERT_TRUE(sip.RaiseAddInfo(kId, ADD_INFO_INFO, kAlice, kBob, kPackage, kExtra) &&
               sip.AcceptRaiseAddInfo(kId, kExtra) && sip.ConfigChanged(CFG_CHANGE_LINES, {"a", "b"}));
   ASSERT_TRUE(cmcs.RaiseAddInfo(kId, ADD_INFO_INFO, kAlice, kBob, kPackage, kExtra) &&
               cmcs.AcceptRaiseAddInfo(kId, kExtra) && isdn.ConfigChanged(CFG_CHANGE_LINES, {"a", "b"}));
-  auto content = [](std::string const& body) { return body.substr(0, body.size() - 4); };
-  EXPECT_EQ(content(link.sent[0].second), content(fromCmCs[0].second));
-  EXPECT_EQ(content(link.sent[1].second), content(fromCmCs[1].second));
-  EXPECT_EQ(content(link.sent[2].second), content(fromIsdn[0].second));
+  auto content = [](std::pair<int, std::string> const& m) { return m.second.substr(0, m.second.size() - 4); };
+  EXPECT_EQ(content(link.sent[0]), content(fromCmCs[0]));
+  EXPECT_EQ(content(link.sent[1]), content(fromCmCs[1]));
+  EXPECT_EQ(content(link.sent[2]), content(fromIsdn[0]));
 }
 
 TEST(SipMessengersTest, SpmgBridgesUsersToRegistrationsAndHasItsOwnCodes) {
@@ -123,7 +110,6 @@ TEST(SipMessengersTest, SpmgBridgesUsersToRegistrationsAndHasItsOwnCodes) {
   EXPECT_EQ(management.Codes(), (std::vector<int>{0x51, 0x50, 0x52, 0x80, 0x81}));
   EXPECT_EQ(Hex(sent[0].second), Hex(MakeBody(std::list<RP>{RP(kAlice), RP(kBob)}, PROTOCOL_SIP)));
   EXPECT_EQ(Hex(sent[1].second), Hex(MakeBody(RP(kAlice), RP(kBob), PROTOCOL_SIP)));
-
   // A 0x51 tells the gateway only that a configuration arrived, whatever it
   // held; a 0x50 reaches no application handler.
   EXPECT_TRUE(management.DeliverTo(gateway));
@@ -138,25 +124,20 @@ TEST(SipMessengersTest, SpmgBridgesUsersToRegistrationsAndHasItsOwnCodes) {
   for (int code : {0x60, 0x61, 0x63, 0x82, 0x100}) EXPECT_FALSE(gateway.DispatchMessage(&code, &empty));
 }
 
-// A SIP process on channel 7 talks to call control: base and own messages
-// arrive whole under their codes, every body saying SIP, while call control
-// sees the peer come online as kind 4 (channel 7 - 3); codes of the other
-// messengers are declined.
-TEST(SipMessengersTest, SipTalksToCallControlAcrossProcesses) {
-  constexpr int kChannel = 7;
-  Notes expect;
-  expect.Note("PartyState", true, static_cast<PT>(4));
-  {
-    Sip scratch(nullptr, kChannel);  // gone before call control takes the channel
-    scratch.Capture();
-    for (auto& call : SendSipDialogue(scratch)) expect.calls.push_back(call);
-    EXPECT_EQ(scratch.Codes(), (std::vector<int>{0x50, 0x51, 0x52, 0x53, 0x54, 0x55, 0x60, 0x61, 0x62, 0x63, 0x03}));
-  }
-  Sip control(nullptr, kChannel);
-  ExpectFromPeer(control, expect.calls, [&] { return std::make_unique<Sip>(nullptr, kChannel); },
-                 [](Sip& sip) { SendSipDialogue(sip); });
+// The whole SIP dialogue, a base message included, arrives whole under its
+// codes with every body saying SIP; codes of the other messengers are
+// declined.
+TEST(SipMessengersTest, SipTalksToCallControl) {
+  CapturingLink unused;
+  Sip sender(&unused, 7), receiver(&unused, 7);
+  sender.Capture();
+  receiver.Capture();
+  std::vector<std::string> const expected = SendSipDialogue(sender);
+  EXPECT_EQ(sender.Codes(), (std::vector<int>{0x50, 0x51, 0x52, 0x53, 0x54, 0x55, 0x60, 0x61, 0x62, 0x63, 0x03}));
+  EXPECT_TRUE(sender.DeliverTo(receiver));
+  EXPECT_EQ(receiver.calls, expected);
   std::string const empty = MakeBody(PROTOCOL_SIP);
-  for (int code : {0x11, 0x56, 0x64, 0x80, 0x100, 0x154}) EXPECT_FALSE(control.DispatchMessage(&code, &empty));
+  for (int code : {0x11, 0x56, 0x64, 0x80, 0x100, 0x154}) EXPECT_FALSE(receiver.DispatchMessage(&code, &empty));
 }
 
 }  // namespace

@@ -4,28 +4,22 @@
 // For the removals the reading process is a child: this process, the
 // remover, attaches nothing itself until the child is gone.
 #include <gtest/gtest.h>
-#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/sem.h>
-#include <sys/shm.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "reliability.h"
+#include "support/channel.h"
 #include "support/ipc.h"
 #include "support/process.h"
 #include "transport/sysv.h"
 
 namespace {
 
-using reliability::Pair;
+using test::FirstToSecondKey;
+using test::Pair;
+using test::Send;
 
 constexpr int kId = 12;
 constexpr unsigned kSize = 1056;
@@ -52,67 +46,24 @@ bool Blocked(int n) {
   return reached;
 }
 
-// Reads with wait until code kLast arrives or `give_up` reads have failed,
-// keeping each result, code and, after a failure, the trigger's report.
+// Reads with wait until code kLast arrives or `giveUp` reads have failed,
+// noting each message's code or, for a failed read, the trigger's report.
 struct Reader {
-  struct Result {
-    unsigned length;
-    int code;
-    std::string text;
-  };
-  std::vector<Result> results;
+  Reader(CyclicSharedMemory* channel, unsigned giveUp)
+      : thread([this, channel, giveUp] {
+          tReader = true;
+          for (unsigned failed = 0; failed < giveUp;) {
+            int code = 0;
+            std::string body;
+            bool got = channel->Read(&code, &body, true) != 0;
+            failed += !got;
+            results.push_back(got ? std::to_string(code) : Trigger::mTriggerErrorMessage);
+            if (code == kLast) return;
+          }
+        }) {}
+  std::vector<std::string> results;  // written by the thread until it is joined
   std::thread thread;
-
-  void Start(CyclicSharedMemory* channel, unsigned give_up) {
-    thread = std::thread([this, channel, give_up] {
-      tReader = true;
-      for (unsigned failed = 0; failed < give_up;) {
-        Result r = {0, 0, ""};
-        std::string body;
-        r.length = channel->Read(&r.code, &body, true);
-        if (r.length == 0) {
-          r.text = Trigger::mTriggerErrorMessage;
-          ++failed;
-        }
-        results.push_back(r);
-        if (r.code == kLast) return;
-      }
-    });
-  }
-  unsigned Delivered() const {
-    unsigned n = 0;
-    for (Result const& r : results) n += r.length != 0;
-    return n;
-  }
 };
-
-void OpenPair(std::unique_ptr<CyclicSharedMemory>* first, std::unique_ptr<CyclicSharedMemory>* second) {
-  first->reset(new CyclicSharedMemory(kId, "/bin/ping", kSize));
-  second->reset(new CyclicSharedMemory(kId, "/bin/ping", kSize));
-  std::string body;
-  (*first)->Read(nullptr, &body, false);
-  (*second)->Read(nullptr, &body, false);
-  (*first)->Read(nullptr, &body, false);
-}
-
-unsigned Send(CyclicSharedMemory& channel, int code) {
-  std::string body = "m" + std::to_string(code);
-  return channel.Write(&code, &body);
-}
-
-// After the child: a fresh pair here must work both ways and leave nothing.
-void ExpectChannelCanBeBuilt() {
-  std::unique_ptr<CyclicSharedMemory> first, second;
-  OpenPair(&first, &second);
-  ASSERT_TRUE(*first && *second);
-  int code = 0;
-  std::string body;
-  EXPECT_EQ(6u, Send(*first, 1));
-  EXPECT_EQ(6u, second->Read(&code, &body, false));
-  EXPECT_EQ(6u, Send(*second, 2));
-  EXPECT_EQ(6u, first->Read(&code, &body, false));
-  EXPECT_EQ("m2", body);
-}
 
 class BlockedReaderTest : public testing::Test {
  protected:
@@ -122,21 +73,37 @@ class BlockedReaderTest : public testing::Test {
     Trigger::mTriggerErrorMessage = "No errors";
   }
   void TearDown() override { sysv = kRealSysVCalls; }
-
-  // Runs `owner` in a child once it reports that its reader blocks, then
-  // `remove` here; returns the child's result.
-  test::ChildResult WithBlockedChild(std::function<int(test::Pipe&)> const& owner,
-                                     std::function<void()> const& remove) {
+  // A child holds both parties; once the second one's reader blocks, this
+  // process runs `remove`. The child then runs `check`, whose non-zero result
+  // names its failing step, and the first party leaves last, expecting
+  // `lastError` and leaving `segmentsLeft`. Afterwards a fresh pair here must
+  // work both ways.
+  void ExpectInChild(unsigned giveUp, std::function<void()> const& remove,
+                     std::function<int(Pair&, Reader&)> const& check, char const* lastError, int segmentsLeft) {
+    test::Watchdog watchdog(60);
     test::Pipe blocked;
     pid_t child = test::Spawn([&] {
-      int null = open("/dev/null", O_WRONLY);
-      dup2(null, 2);
+      test::Silence();
       sysv.SemOp = CountingSemOp;
-      return owner(blocked);
+      Pair pair(kId, kSize);
+      Reader reader(pair.second.get(), giveUp);
+      if (!Blocked(1)) return 1;
+      blocked.Send();
+      if (int failed = check(pair, reader)) return failed;
+      pair.second.reset();
+      pair.Close();
+      return CyclicSharedMemory::GetLastError() == lastError ? 0 : 9;
     });
-    int v;
-    if (blocked.Receive(&v)) remove();
-    return test::Wait(child, 20);
+    if (blocked.Receive()) remove();
+    test::ChildResult owner = test::Wait(child, 20);
+    ASSERT_TRUE(owner.ok()) << owner.Describe();
+    EXPECT_EQ(segmentsLeft, test::CountSegments()) << test::DescribeIpcObjects();
+    EXPECT_TRUE(segmentsLeft || test::DescribeIpcObjects().empty()) << test::DescribeIpcObjects();
+    Pair pair(kId, kSize);
+    ASSERT_TRUE(pair.ok());
+    EXPECT_TRUE(Send(*pair.first, 1, "a") && Send(*pair.second, 2, "b"));
+    EXPECT_EQ("1:a", test::Take(*pair.second));
+    EXPECT_EQ("2:b", test::Take(*pair.first));
   }
 };
 
@@ -146,59 +113,32 @@ class BlockedReaderTest : public testing::Test {
 // stops at "Triggers Remove" and leaves the segment, which the next comer
 // takes over.
 TEST_F(BlockedReaderTest, RemovedSemaphoreEndsTheWaitWithoutSpinning) {
-  reliability::Watchdog watchdog(60);
-  test::ChildResult owner = WithBlockedChild(
-      [](test::Pipe& blocked) {
-        std::unique_ptr<CyclicSharedMemory> first, second;
-        OpenPair(&first, &second);
-        Reader reader;
-        reader.Start(second.get(), 3);
-        if (!Blocked(1)) return 1;
-        blocked.Send(1);
+  ExpectInChild(
+      3, [] { semctl(semget(FirstToSecondKey(kId), 1, 0), 0, IPC_RMID); },
+      [](Pair&, Reader& reader) {
         reader.thread.join();
-        if (reader.Delivered() != 0 || reader.results.size() != 3) return 2;
-        std::string const& woken = reader.results[0].text;
-        if (woken != "WaitForImpulse error : Identifier removed" &&
-            woken != "WaitForImpulse error : Invalid argument")
-          return 3;
-        if (reader.results[2].text != "WaitForImpulse error : Invalid argument") return 4;
-        if (gReaderOps.load() != 3) return 5;
-        second.reset();
-        first.reset();
-        return CyclicSharedMemory::GetLastError() == "Triggers Remove error : Invalid argument" ? 0 : 6;
+        std::string const invalid = "WaitForImpulse error : Invalid argument";
+        if (reader.results.size() != 3 || reader.results[2] != invalid) return 2;
+        if (reader.results[0] != "WaitForImpulse error : Identifier removed" && reader.results[0] != invalid) return 3;
+        return gReaderOps.load() == 3 ? 0 : 4;
       },
-      [] { semctl(semget(reliability::FirstToSecondKey(kId), 1, 0), 0, IPC_RMID); });
-  ASSERT_EQ(0, owner.code) << owner.Describe();
-  EXPECT_EQ(1, test::CountSegments());  // left by the stopped clean-up
-  ExpectChannelCanBeBuilt();
+      "Triggers Remove error : Invalid argument", 1);
 }
 
 // A removed segment stays mapped by both ends until they leave: the waiter
 // is not woken, the channel keeps working, and the last party's removal finds
 // the segment already gone ("Memory Remove").
 TEST_F(BlockedReaderTest, RemovedSegmentKeepsTheWaiterAndTheChannel) {
-  reliability::Watchdog watchdog(60);
-  test::ChildResult owner = WithBlockedChild(
-      [](test::Pipe& blocked) {
-        std::unique_ptr<CyclicSharedMemory> first, second;
-        OpenPair(&first, &second);
-        Reader reader;
-        reader.Start(second.get(), 1);
-        if (!Blocked(1)) return 1;
-        blocked.Send(1);
+  ExpectInChild(
+      1, [] { shmctl(shmget(test::SegmentKey(kId), 0, 0), IPC_RMID, nullptr); },
+      [](Pair& pair, Reader& reader) {
         usleep(100000);
         if (!reader.results.empty()) return 2;  // woken by the removal
-        if (Send(*first, 7) != 6 || Send(*first, kLast) != 7) return 3;
+        if (!Send(*pair.first, 7, "a") || !Send(*pair.first, kLast, "b")) return 3;
         reader.thread.join();
-        if (reader.results.size() != 2 || reader.results[0].code != 7) return 4;
-        second.reset();
-        first.reset();
-        return CyclicSharedMemory::GetLastError() == "Memory Remove error : Invalid argument" ? 0 : 5;
+        return reader.results == std::vector<std::string>{"7", "99"} ? 0 : 4;
       },
-      [] { shmctl(shmget(reliability::SegmentKey(kId), 0, 0), IPC_RMID, nullptr); });
-  ASSERT_EQ(0, owner.code) << owner.Describe();
-  EXPECT_EQ("", test::DescribeIpcObjects());
-  ExpectChannelCanBeBuilt();
+      "Memory Remove error : Invalid argument", 0);
 }
 
 // A handled signal ends a blocked wait with EINTR whether or not its handler
@@ -209,7 +149,7 @@ TEST_F(BlockedReaderTest, RemovedSegmentKeepsTheWaiterAndTheChannel) {
 class InterruptedReaderTest : public BlockedReaderTest, public testing::WithParamInterface<bool> {};
 
 TEST_P(InterruptedReaderTest, SignalsNeverDeliverPhantomsOrLoseCount) {
-  reliability::Watchdog watchdog(60);
+  test::Watchdog watchdog(60);
   struct sigaction action = {}, previous;
   action.sa_handler = [](int) {};
   action.sa_flags = GetParam() ? SA_RESTART : 0;
@@ -218,37 +158,32 @@ TEST_P(InterruptedReaderTest, SignalsNeverDeliverPhantomsOrLoseCount) {
   Pair pair(kId, kSize);
   ASSERT_TRUE(pair.ok());
   testing::internal::CaptureStderr();  // the interrupted waits' report
-  Reader reader;
-  reader.Start(pair.second.get(), 10);
+  Reader reader(pair.second.get(), 10);
   int const kSignals = 3;
   for (int i = 1; i <= kSignals; ++i) {
-    ASSERT_TRUE(Blocked(reliability::kEmulated ? 1 : i));
+    ASSERT_TRUE(Blocked(test::kEmulated ? 1 : i));
     pthread_kill(reader.thread.native_handle(), SIGUSR1);
   }
   usleep(30000);
-  EXPECT_EQ(0, reliability::SemValue(reliability::FirstToSecondKey(kId)));
-  EXPECT_EQ(6u, Send(*pair.first, 1));
-  EXPECT_EQ(6u, Send(*pair.first, 2));
-  EXPECT_EQ(7u, Send(*pair.first, kLast));
+  EXPECT_EQ(0, test::SemValue(FirstToSecondKey(kId)));
+  EXPECT_TRUE(Send(*pair.first, 1, "a") && Send(*pair.first, 2, "b") && Send(*pair.first, kLast, "c"));
   reader.thread.join();
   testing::internal::GetCapturedStderr();
   sigaction(SIGUSR1, &previous, nullptr);
-
-  std::vector<int> delivered;
-  unsigned interrupted = 0;
-  for (Reader::Result const& r : reader.results) {
-    if (r.length) {
-      delivered.push_back(r.code);
+  std::vector<std::string> delivered;
+  int interrupted = 0;
+  for (std::string const& r : reader.results) {
+    bool failed = r.find("error") != std::string::npos;
+    interrupted += failed;
+    if (failed) {
+      EXPECT_EQ("WaitForImpulse error : Interrupted system call", r);
     } else {
-      ++interrupted;
-      EXPECT_EQ("WaitForImpulse error : Interrupted system call", r.text);
+      delivered.push_back(r);
     }
   }
-  EXPECT_EQ((std::vector<int>{1, 2, kLast}), delivered);
-  if (!reliability::kEmulated) {
-    EXPECT_EQ(static_cast<unsigned>(kSignals), interrupted);
-  }
-  EXPECT_EQ(0, reliability::SemValue(reliability::FirstToSecondKey(kId)));
+  EXPECT_EQ((std::vector<std::string>{"1", "2", "99"}), delivered);
+  EXPECT_TRUE(test::kEmulated || interrupted == kSignals) << interrupted;
+  EXPECT_EQ(0, test::SemValue(FirstToSecondKey(kId)));
   EXPECT_TRUE(pair.first->IsQueueEmpty());
 }
 

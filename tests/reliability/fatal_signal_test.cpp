@@ -5,42 +5,29 @@
 // held (the handler then gives up on the message rather than hang); the
 // channel it had alone is removed, the shared one is left to the peer.
 #include <gtest/gtest.h>
-#include <fcntl.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <ostream>
-#include <memory>
-#include <string>
+#include <tuple>
+#include <thread>
 
-#include "reliability.h"
+#include "support/channel.h"
 #include "support/ipc.h"
 #include "support/process.h"
 #include "transport/sysv.h"
 
 namespace {
 
-using reliability::kOffline;
-using reliability::kOnline;
+using namespace test;
 
 constexpr int kShared = 20;
 constexpr int kAlone = 21;
-constexpr unsigned kSize = 4096;
 
 enum State { kIdle, kWaitingRead, kWriteHeld };
 char const* const kStateNames[] = {"Idle", "WaitingRead", "WriteHeld"};
 
-std::unique_ptr<CyclicSharedMemory> Open(int id) {
-  std::unique_ptr<CyclicSharedMemory> channel(new CyclicSharedMemory(id, "/bin/ping", kSize));
-  channel->Create();
-  return channel;
-}
-
 // Set in the victim only.
-test::Pipe* gReport;
+Pipe* gReport;
 thread_local bool tWriter = false;
 int ReportingSemOp(int id, sembuf* op) {
   if (op->sem_op < 0 && !(op->sem_flg & IPC_NOWAIT)) gReport->Send(2);  // about to block
@@ -58,86 +45,58 @@ void BlockFatalSignals() {
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
-// Faults for real (no raise) when told to. Written through a page without
-// access rather than a null pointer, which the undefined-behaviour checker
-// would catch first.
-void* Crasher(void* arg) {
-  BlockFatalSignals();
-  int v;
-  static_cast<test::Pipe*>(arg)->Receive(&v, 60);
-  void* page = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  *static_cast<int volatile*>(page) = 1;
-  return nullptr;
-}
-
-void* Writer(void* arg) {
-  BlockFatalSignals();
-  tWriter = true;
-  int code = 1;
-  std::string body = "never counted";
-  static_cast<CyclicSharedMemory*>(arg)->Write(&code, &body);
-  return nullptr;
-}
-
-int Victim(State state, test::Pipe& report, test::Pipe& crash) {
-  int null = open("/dev/null", O_WRONLY);
-  dup2(null, 2);
+int Victim(State state, Pipe& report, Pipe& crash) {
+  Silence();
   auto shared = Open(kShared);
   auto alone = Open(kAlone);
-  std::string body;
-  shared->Read(nullptr, &body, false);
-  alone->Read(nullptr, &body, false);
-  report.Send(1);
-  int code = 0;
-  if (!shared->Read(&code, &body, true) || code != kOnline) return 1;
-  pthread_t thread;
-  pthread_create(&thread, nullptr, Crasher, &crash);
+  Announce(*shared);
+  Announce(*alone);
+  report.Send();
+  if (Take(*shared, true) != "online 20") return 1;
+  // Faults for real (no raise) when told to, through a page without access
+  // rather than a null pointer, which the undefined-behaviour checker would
+  // catch first.
+  std::thread([&crash] {
+    BlockFatalSignals();
+    crash.Receive(60);
+    *static_cast<int volatile*>(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) = 1;
+  }).detach();
   gReport = &report;
   sysv.SemOp = ReportingSemOp;
-  switch (state) {
-    case kIdle:
-      report.Send(2);
-      break;
-    case kWaitingRead:
-      shared->Read(&code, &body, true);
-      break;
-    case kWriteHeld:
-      pthread_create(&thread, nullptr, Writer, shared.get());
-      break;
+  if (state == kIdle) report.Send();
+  if (state == kWaitingRead) Take(*shared, true);
+  if (state == kWriteHeld) {
+    std::thread([&shared] {
+      BlockFatalSignals();
+      tWriter = true;
+      Send(*shared, 1, "never counted");
+    }).detach();
   }
   for (;;) pause();
 }
 
-struct Case {
-  int signal;
-  State state;
-};
-
-void PrintTo(Case const& c, std::ostream* out) {
-  *out << sigabbrev_np(c.signal) << " " << kStateNames[c.state];
-}
-
-class FatalSignalTest : public testing::TestWithParam<Case> {};
+class FatalSignalTest : public testing::TestWithParam<std::tuple<int, State>> {};
 
 TEST_P(FatalSignalTest, DiesBySameSignalAfterCleaningUp) {
-  reliability::Watchdog watchdog(60);
-  Case const c = GetParam();
-  test::Pipe report, crash;
-  pid_t victim = test::Spawn([&] { return Victim(c.state, report, crash); });
-  int v;
-  ASSERT_TRUE(report.Receive(&v));
+  Watchdog watchdog(60);
+  struct {
+    int signal;
+    State state;
+  } const c = {std::get<0>(GetParam()), std::get<1>(GetParam())};
+  Pipe report, crash;
+  pid_t victim = Spawn([&] { return Victim(c.state, report, crash); });
+  ASSERT_TRUE(report.Receive());
   auto channel = Open(kShared);
-  std::string body;
-  channel->Read(nullptr, &body, false);
-  ASSERT_TRUE(report.Receive(&v)) << test::Wait(victim, 1).Describe();
+  Announce(*channel);
+  ASSERT_TRUE(report.Receive()) << Wait(victim, 1).Describe();
   if (c.state == kWaitingRead) usleep(50000);  // from "about to block" to blocked
   if (c.signal == SIGSEGV)
-    crash.Send(1);
+    crash.Send();
   else
     kill(victim, c.signal);
-  test::ChildResult result = test::Wait(victim, 5);
+  ChildResult result = Wait(victim, 5);
   bool const bySignal = result.signaled && result.signal == c.signal;
-  if (c.signal == SIGSEGV && reliability::kAddressSanitizer && !bySignal) {
+  if (c.signal == SIGSEGV && kAddressSanitizer && !bySignal) {
     // The handler restores AddressSanitizer's own SIGSEGV handler and raises
     // again; that one reports and exits (or aborts, with abort_on_error)
     // instead of dying by the signal. The clean-up checked below ran first.
@@ -146,31 +105,20 @@ TEST_P(FatalSignalTest, DiesBySameSignalAfterCleaningUp) {
   } else {
     EXPECT_TRUE(bySignal) << result.Describe();
   }
-
-  int code = 0;
-  bool message = test::WaitUntil([&] { return channel->Read(&code, &body, false) != 0; },
-                                 c.state == kWriteHeld ? 0.3 : 5);
-  if (c.state == kWriteHeld) {
-    EXPECT_FALSE(message) << "code " << code;
-  } else {
-    EXPECT_TRUE(message && code == kOffline) << "code " << code;
-  }
+  std::string message = "<none>";
+  WaitUntil([&] { return (message = Take(*channel)) != "<none>"; }, c.state == kWriteHeld ? 0.3 : 5);
+  EXPECT_EQ(c.state == kWriteHeld ? "<none>" : "offline 20", message);
   EXPECT_FALSE(channel->IsPartyOnline());
-  EXPECT_EQ(1, test::CountSegments()) << test::DescribeIpcObjects();  // the shared one
-  EXPECT_EQ(2, test::CountSemaphoreSets()) << test::DescribeIpcObjects();
+  EXPECT_EQ(1, CountSegments()) << DescribeIpcObjects();  // the shared one
+  EXPECT_EQ(2, CountSemaphoreSets()) << DescribeIpcObjects();
 }
 
-std::vector<Case> AllCases() {
-  std::vector<Case> cases;
-  for (int signal : {SIGTERM, SIGINT, SIGABRT, SIGSEGV})
-    for (State state : {kIdle, kWaitingRead, kWriteHeld}) cases.push_back({signal, state});
-  return cases;
-}
-
-INSTANTIATE_TEST_SUITE_P(Matrix, FatalSignalTest, testing::ValuesIn(AllCases()),
-                         [](testing::TestParamInfo<Case> const& info) {
-                           return std::string(sigabbrev_np(info.param.signal)) + "_" +
-                                  kStateNames[info.param.state];
+INSTANTIATE_TEST_SUITE_P(Matrix, FatalSignalTest,
+                         testing::Combine(testing::Values(SIGTERM, SIGINT, SIGABRT, SIGSEGV),
+                                          testing::Values(kIdle, kWaitingRead, kWriteHeld)),
+                         [](testing::TestParamInfo<std::tuple<int, State>> const& info) {
+                           return std::string(sigabbrev_np(std::get<0>(info.param))) + "_" +
+                                  kStateNames[std::get<1>(info.param)];
                          });
 
 }  // namespace

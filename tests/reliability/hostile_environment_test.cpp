@@ -2,21 +2,17 @@
 // left objects under the channel's keys.
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/sem.h>
-#include <sys/shm.h>
 
 #include <cstdio>
-#include <fstream>
 #include <ostream>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "reliability.h"
+#include "support/channel.h"
 #include "support/ipc.h"
 #include "support/process.h"
 
 namespace {
+
+using namespace test;
 
 constexpr unsigned kSize = 1056;
 
@@ -31,13 +27,10 @@ bool WriteProc(char const* path, std::string const& value) {
 // message each way.
 bool Talks(CyclicSharedMemory& first, int id) {
   CyclicSharedMemory second(id, "/bin/ping", kSize);
-  std::string body = "ping", got;
-  int code = id;
-  first.Read(nullptr, &got, false);
-  if (!second || second.Read(nullptr, &got, false) != 0) return false;
-  first.Read(nullptr, &got, false);  // the online notice
-  return first.Write(&code, &body) == 8 && second.Read(&code, &got, false) == 8 &&
-         got == body && second.Write(&code, &body) == 8 && first.Read(&code, &got, false) == 8;
+  Announce(first);
+  if (!second || Take(second) != "<none>" || Take(first) != "online " + std::to_string(id)) return false;
+  std::string const ping = std::to_string(id) + ":ping";
+  return Send(first, id, "ping") && Take(second) == ping && Send(second, id, "ping") && Take(first) == ping;
 }
 
 struct Limit {
@@ -72,9 +65,9 @@ class LimitTest : public testing::TestWithParam<Limit> {};
 // channels are built until one fails: its exact reports, nothing of it left,
 // and every earlier channel still talks.
 TEST_P(LimitTest, FailsWithSystemReasonLeavesNothingAndSparesEarlierChannels) {
-  reliability::Watchdog watchdog(60);
+  Watchdog watchdog(60);
   Limit const limit = GetParam();
-  test::ChildResult child = test::Run([&] {
+  ChildResult child = test::Run([&] {
     if (unshare(CLONE_NEWIPC) != 0) return 1;
     if (!WriteProc("/proc/sys/kernel/sem", limit.sem) ||
         !WriteProc("/proc/sys/kernel/shmmni", limit.shmmni) ||
@@ -82,25 +75,22 @@ TEST_P(LimitTest, FailsWithSystemReasonLeavesNothingAndSparesEarlierChannels) {
       return 2;
     std::vector<std::unique_ptr<CyclicSharedMemory> > channels;
     for (int id = 1; id <= limit.built; ++id) {
-      channels.emplace_back(new CyclicSharedMemory(id, "/bin/ping", kSize));
-      if (!channels.back()->Create()) return 3;
+      channels.push_back(Open(id, kSize));
+      if (!*channels.back()) return 3;
     }
     CyclicSharedMemory::mMemoryErrorMessage = Trigger::mTriggerErrorMessage = "No errors";
-    testing::internal::CaptureStderr();
-    {
-      CyclicSharedMemory refused(100, "/bin/ping", kSize);
-      if (refused.Create()) return 4;
-    }
-    std::string report = testing::internal::GetCapturedStderr();
+    bool created = true;
+    std::string report = Stderr([&] { created = CyclicSharedMemory(100, "/bin/ping", kSize).Create(); });
+    if (created) return 4;
     if (report != limit.report) {
       std::fprintf(stderr, "reported:\n%s", report.c_str());
       return 5;
     }
-    if (test::CountSegments() != limit.built || test::CountSemaphoreSets() != 2 * limit.built) return 6;
+    if (CountSegments() != limit.built || CountSemaphoreSets() != 2 * limit.built) return 6;
     for (int id = 1; id <= limit.built; ++id)
       if (!Talks(*channels[id - 1], id)) return 7;
     channels.clear();
-    return test::DescribeIpcObjects().empty() ? 0 : 8;
+    return DescribeIpcObjects().empty() ? 0 : 8;
   });
   EXPECT_EQ(0, child.code) << child.Describe();
 }
@@ -108,26 +98,18 @@ TEST_P(LimitTest, FailsWithSystemReasonLeavesNothingAndSparesEarlierChannels) {
 INSTANTIATE_TEST_SUITE_P(Lowered, LimitTest, testing::ValuesIn(kLimits),
                          [](testing::TestParamInfo<Limit> const& info) { return info.param.name; });
 
-}  // namespace
-
-namespace {
-
 // Someone else's objects under the channel's keys (id 9): created here
 // before the channel, some still attached here as if by a live stranger.
 constexpr int kId = 9;
 
 struct Stranger {
   char* mapping = nullptr;
-  int Segment(unsigned size, std::uint32_t flags, std::uint32_t sizeWord, bool attached) {
-    int segment = shmget(reliability::SegmentKey(kId), size, IPC_CREAT | 0666);
-    char* at = static_cast<char*>(shmat(segment, nullptr, 0));
+  void Segment(unsigned size, std::uint32_t flags, std::uint32_t sizeWord, bool attached) {
+    char* at = static_cast<char*>(shmat(shmget(SegmentKey(kId), size, IPC_CREAT | 0666), nullptr, 0));
     reinterpret_cast<std::uint32_t*>(at)[0] = flags;
     reinterpret_cast<std::uint32_t*>(at)[1] = sizeWord;
-    if (attached)
-      mapping = at;
-    else
-      shmdt(at);
-    return segment;
+    if (!attached) shmdt(at);
+    mapping = attached ? at : nullptr;
   }
   void Semaphore(int key, int count) {
     union {  // semctl reads a union there; an int is passed differently on 32-bit PowerPC
@@ -140,7 +122,7 @@ struct Stranger {
   }
   ~Stranger() {
     if (mapping) shmdt(mapping);
-    test::RemoveAllIpcObjects();
+    RemoveAllIpcObjects();
   }
 };
 
@@ -161,13 +143,13 @@ Foreign const kForeign[] = {
     {"FirstPartyOfOtherSize", [](Stranger& s) { s.Segment(2048, 0xFF, 2048, true); }, kSize,
      "\n\rDifferent sizes of the Shared Memory error.\r\n", 1, 0, -1},
     {"SemaphoreCountingFiveUnderTooSmallChannel",
-     [](Stranger& s) { s.Semaphore(reliability::FirstToSecondKey(kId), 5); }, 63,
+     [](Stranger& s) { s.Semaphore(FirstToSecondKey(kId), 5); }, 63,
      "\n\rSize of shared memory must be at least 64 bytes error.\r\n", 0, 1, 5},
     // Accepted: a larger segment nobody holds is taken over whatever it says,
     // and a semaphore that already counts is zeroed before anyone reads.
     {"LargerSegmentNobodyHolds", [](Stranger& s) { s.Segment(2048, 0xFFFF, 2048, false); }, kSize, "",
      0, 0, 0},
-    {"SemaphoreCountingFive", [](Stranger& s) { s.Semaphore(reliability::FirstToSecondKey(kId), 5); },
+    {"SemaphoreCountingFive", [](Stranger& s) { s.Semaphore(FirstToSecondKey(kId), 5); },
      kSize, "", 0, 0, 0},
 };
 
@@ -176,25 +158,24 @@ void PrintTo(Foreign const& foreign, std::ostream* out) { *out << foreign.name; 
 class ForeignObjectTest : public testing::TestWithParam<Foreign> {};
 
 TEST_P(ForeignObjectTest, ReportsExactlyAndLeavesOnlyWhatWasThere) {
-  reliability::Watchdog watchdog(30);
+  Watchdog watchdog(30);
   Foreign const f = GetParam();
   Stranger stranger;
   f.prepare(stranger);
   CyclicSharedMemory::mMemoryErrorMessage = "No errors";
-  testing::internal::CaptureStderr();
-  std::unique_ptr<CyclicSharedMemory> channel(new CyclicSharedMemory(kId, "/bin/ping", f.size));
-  EXPECT_EQ(f.report, testing::internal::GetCapturedStderr());
+  std::unique_ptr<CyclicSharedMemory> channel;
+  EXPECT_EQ(f.report, Stderr([&] { channel.reset(new CyclicSharedMemory(kId, "/bin/ping", f.size)); }));
   if (*f.report) {
     EXPECT_FALSE(*channel);
     channel.reset();
-    EXPECT_EQ(f.segments, test::CountSegments()) << test::DescribeIpcObjects();
-    EXPECT_EQ(f.sets, test::CountSemaphoreSets()) << test::DescribeIpcObjects();
-    EXPECT_EQ(stranger.mapping ? 1 : f.segments ? 0 : -1, reliability::AttachCount(kId));
-    EXPECT_EQ(f.countA, reliability::SemValue(reliability::FirstToSecondKey(kId)));
+    EXPECT_EQ(f.segments, CountSegments()) << DescribeIpcObjects();
+    EXPECT_EQ(f.sets, CountSemaphoreSets()) << DescribeIpcObjects();
+    EXPECT_EQ(stranger.mapping ? 1 : f.segments ? 0 : -1, AttachCount(kId));
+    EXPECT_EQ(f.countA, SemValue(FirstToSecondKey(kId)));
     return;
   }
   ASSERT_TRUE(*channel);
-  EXPECT_EQ(0, reliability::SemValue(reliability::FirstToSecondKey(kId)));
+  EXPECT_EQ(0, SemValue(FirstToSecondKey(kId)));
   EXPECT_TRUE(Talks(*channel, kId));
 }
 
@@ -207,32 +188,26 @@ INSTANTIATE_TEST_SUITE_P(Preexisting, ForeignObjectTest, testing::ValuesIn(kFore
 // arrived one message late. At the ceiling a Write must report, lose that
 // message like an overflow, and leave the channel as before.
 TEST(SemaphoreCeilingTest, UncountedFrameAtCeilingDelaysEveryLaterMessage) {
-  reliability::Watchdog watchdog(120);
+  Watchdog watchdog(120);
   constexpr int kCeiling = 32767;
-  reliability::Pair pair(kId, 56 + 2 * (kCeiling + 8) * 12);  // room for that many empty bodies
+  Pair pair(kId, 56 + 2 * (kCeiling + 8) * 12);  // room for that many empty bodies
   ASSERT_TRUE(pair.ok());
-  int const key = reliability::FirstToSecondKey(kId);
+  int const key = FirstToSecondKey(kId);
   std::string empty, body;
   for (int code = 0; code < kCeiling; ++code) ASSERT_EQ(4u, pair.first->Write(&code, &empty)) << code;
-  ASSERT_EQ(kCeiling, reliability::SemValue(key));
+  ASSERT_EQ(kCeiling, SemValue(key));
   int code = kCeiling;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(0u, pair.first->Write(&code, &empty));
-  EXPECT_EQ("\nSetImpulse error : Numerical result out of range\n", testing::internal::GetCapturedStderr());
-  EXPECT_EQ(kCeiling, reliability::SemValue(key));
+  EXPECT_EQ("\nSetImpulse error : Numerical result out of range\n",
+            Stderr([&] { EXPECT_EQ(0u, pair.first->Write(&code, &empty)); }));
+  EXPECT_EQ(kCeiling, SemValue(key));
   for (int expected = 0; expected < kCeiling; ++expected) {
     ASSERT_EQ(4u, pair.second->Read(&code, &body, false)) << expected;
     ASSERT_EQ(expected, code);
   }
   EXPECT_TRUE(pair.first->IsQueueEmpty());
-  code = 1;
-  body = "again";
-  ASSERT_EQ(9u, pair.first->Write(&code, &body));
-  code = 0;
-  EXPECT_EQ(9u, pair.second->Read(&code, &body, false));
-  EXPECT_EQ(1, code);
-  EXPECT_EQ("again", body);
-  EXPECT_EQ(0u, pair.second->Read(&code, &body, false));
+  ASSERT_EQ(9u, Send(*pair.first, 1, "again"));
+  EXPECT_EQ("1:again", Take(*pair.second));
+  EXPECT_EQ("<none>", Take(*pair.second));
 }
 
 }  // namespace

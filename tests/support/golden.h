@@ -2,32 +2,28 @@
 //
 // N("00 00 00 01") is one number field, most significant byte first; on a
 // little-endian host its bytes are reversed, which is what the codec's
-// host-order copy produces there. B("61 62") is raw bytes (text contents),
-// never reversed. Hex() renders a body for readable failure messages.
+// host-order copy produces there. W("00000001 0005") is one number per
+// token, its width given by its digits. B("61 62") is raw bytes (text
+// contents), never reversed; Text("ab") a counted text. Hex() renders a body
+// for readable failure messages.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 #include <string>
+
+#include "vpnutils_records.h"
 
 namespace test {
 
 inline std::string B(char const* hex) {
-  std::string bytes;
-  int high = -1;
-  for (char const* at = hex; *at; ++at) {
-    char c = *at;
-    int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-    if (digit < 0) continue;
-    if (high < 0) {
-      high = digit;
-    } else {
-      bytes.push_back(static_cast<char>(high * 16 + digit));
-      high = -1;
-    }
-  }
+  std::string digits, bytes;
+  for (char const* at = hex; *at; ++at)
+    if (*at != ' ') digits += *at;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+    bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
   return bytes;
 }
 
@@ -44,6 +40,19 @@ inline std::string N(char const* hex) {
   return bytes;
 }
 
+inline std::string W(char const* tokens) {
+  std::istringstream in(tokens);
+  std::string token, bytes;
+  while (in >> token) bytes += N(token.c_str());
+  return bytes;
+}
+
+inline std::string Text(std::string const& text) {
+  char length[16];
+  std::snprintf(length, sizeof length, "%08zX", text.size());
+  return W(length) + text;
+}
+
 inline std::string Hex(std::string const& bytes) {
   std::string out;
   char pair[4];
@@ -52,6 +61,24 @@ inline std::string Hex(std::string const& bytes) {
     out += pair;
   }
   return out;
+}
+
+// A media record with every field set, and its bytes.
+inline MediaParams SampleMedia() {
+  MediaParams m;
+  m.type = MediaParams::kAudio;
+  m.payloadType = 8;
+  m.codec = "PCMA";
+  m.clockRate = 8000;
+  m.address = "10.0.0.2";
+  m.port = 4000;
+  m.packetTime = 20;
+  m.direction = MediaParams::kSend | MediaParams::kReceive;
+  return m;
+}
+// type, payloadType, codec, clockRate, address, port, packetTime, direction
+inline std::string SampleMediaBytes() {
+  return W("00000001 00000008") + Text("PCMA") + W("00001F40") + Text("10.0.0.2") + W("0FA0 0014 00000003");
 }
 
 }  // namespace test

@@ -7,33 +7,26 @@
 // a case that leaves a segment, semaphore set or message queue behind fails
 // the run, and the leftovers are removed so later cases start clean.
 #include <gtest/gtest.h>
-
 #include <sched.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 #include "support/ipc.h"
 
 namespace {
 
-class LeftoverCheck : public ::testing::EmptyTestEventListener {
- public:
+struct LeftoverCheck : ::testing::EmptyTestEventListener {
+  bool failed = false;
   void OnTestEnd(const ::testing::TestInfo& info) override {
     std::string left = test::DescribeIpcObjects();
     if (left.empty()) return;
-    std::fprintf(stderr, "IPC objects left behind by %s.%s:\n%s", info.test_suite_name(),
-                 info.name(), left.c_str());
+    std::fprintf(stderr, "IPC objects left behind by %s.%s:\n%s", info.test_suite_name(), info.name(), left.c_str());
     test::RemoveAllIpcObjects();
-    failed_ = true;
+    failed = true;
   }
-  bool failed() const { return failed_; }
-
- private:
-  bool failed_ = false;
 };
 
 }  // namespace
@@ -53,6 +46,5 @@ int main(int argc, char** argv) {
   auto* check = new LeftoverCheck;
   ::testing::UnitTest::GetInstance()->listeners().Append(check);
   int rc = RUN_ALL_TESTS();
-  if (check->failed()) rc = 1;
-  return rc;
+  return check->failed ? 1 : rc;
 }

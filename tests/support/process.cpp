@@ -1,10 +1,10 @@
 #include "support/process.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -32,16 +32,9 @@ pid_t Spawn(const std::function<int()>& role) {
 }
 
 std::string ChildResult::Describe() const {
-  char text[96];
-  if (timed_out)
-    std::snprintf(text, sizeof text, "timed out (killed)");
-  else if (exited)
-    std::snprintf(text, sizeof text, "exited with %d", code);
-  else if (signaled)
-    std::snprintf(text, sizeof text, "killed by signal %d", signal);
-  else
-    std::snprintf(text, sizeof text, "unknown status");
-  return text;
+  if (timed_out) return "timed out (killed)";
+  if (exited) return "exited with " + std::to_string(code);
+  return signaled ? "killed by signal " + std::to_string(signal) : "unknown status";
 }
 
 ChildResult Wait(pid_t pid, double seconds) {
@@ -49,9 +42,7 @@ ChildResult Wait(pid_t pid, double seconds) {
   if (pid <= 0) return result;
   double deadline = Now() + seconds;
   int status = 0;
-  for (;;) {
-    pid_t r = waitpid(pid, &status, WNOHANG);
-    if (r == pid) break;
+  for (pid_t r; (r = waitpid(pid, &status, WNOHANG)) != pid; usleep(1000)) {
     if (r < 0 && errno != EINTR) return result;
     if (Now() > deadline) {
       kill(pid, SIGKILL);
@@ -59,27 +50,26 @@ ChildResult Wait(pid_t pid, double seconds) {
       result.timed_out = true;
       return result;
     }
-    usleep(1000);
   }
-  if (WIFEXITED(status)) {
-    result.exited = true;
-    result.code = WEXITSTATUS(status);
-  } else if (WIFSIGNALED(status)) {
-    result.signaled = true;
-    result.signal = WTERMSIG(status);
-  }
+  result.exited = WIFEXITED(status);
+  result.code = result.exited ? WEXITSTATUS(status) : -1;
+  result.signaled = WIFSIGNALED(status);
+  result.signal = result.signaled ? WTERMSIG(status) : 0;
   return result;
 }
 
 ChildResult Run(const std::function<int()>& role, double seconds) { return Wait(Spawn(role), seconds); }
 
 bool WaitUntil(const std::function<bool()>& condition, double seconds) {
-  double deadline = Now() + seconds;
-  while (!condition()) {
+  for (double deadline = Now() + seconds; !condition(); usleep(1000))
     if (Now() > deadline) return false;
-    usleep(1000);
-  }
   return true;
+}
+
+void Silence() {
+  int null = open("/dev/null", O_WRONLY);
+  dup2(null, 2);
+  close(null);
 }
 
 Pipe::Pipe() {
@@ -92,16 +82,13 @@ Pipe::~Pipe() {
 }
 
 void Pipe::Send(int value) {
-  ssize_t n;
-  do {
-    n = write(fd_[1], &value, sizeof value);
-  } while (n < 0 && errno == EINTR);
+  while (write(fd_[1], &value, sizeof value) < 0 && errno == EINTR) {
+  }
 }
 
 bool Pipe::Receive(int* value, double seconds) {
   pollfd p{fd_[0], POLLIN, 0};
-  double deadline = Now() + seconds;
-  for (;;) {
+  for (double deadline = Now() + seconds;;) {
     int left_ms = static_cast<int>((deadline - Now()) * 1000);
     if (left_ms < 0) return false;
     int r = poll(&p, 1, left_ms);

@@ -6,25 +6,21 @@
 // Children are forked before the parent attaches anything (a fork inherits
 // attachments). Writes go after a handshake; nothing relies on timing.
 #include <gtest/gtest.h>
-#include <sys/sem.h>
-#include <sys/shm.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
 #include <map>
-#include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include "queue_poller.h"
+#include "support/channel.h"
 #include "support/process.h"
-#include "transport.h"
 
 namespace {
 
-constexpr unsigned kSize = 4096;
+using namespace test;
+
 constexpr int kRider = 200;
 char const kPath[] = "/bin/ping";
 
@@ -33,95 +29,64 @@ char const kPath[] = "/bin/ping";
 // own id, or the poller could not tell the processes apart.
 void BecomeProcess() { CyclicSharedMemory::mPID = TrojanRider::mPID = getpid(); }
 
-std::unique_ptr<CyclicSharedMemory> Open(int id) {
-  std::unique_ptr<CyclicSharedMemory> channel(new CyclicSharedMemory(id, kPath, kSize));
-  channel->Create();
-  return channel;
-}
-
-// One non-waiting read: the body, "online"/"offline" for the notices, or
-// "<none>".
-std::string Take(CyclicSharedMemory& channel) {
-  int code = 0;
-  std::string body;
-  if (!channel.Read(&code, &body, false)) return "<none>";
-  if (code == static_cast<int>(0x80000000u)) return "online";
-  if (code == static_cast<int>(0x80000001u)) return "offline";
-  return body;
-}
-
-int Count(key_t key) { return semctl(semget(key, 1, 0), 0, GETVAL); }
 key_t MainKey(int rider) { return ftok("/etc/passwd", rider); }
 
 unsigned HeaderWord(int id, unsigned offset) {
-  void* at = shmat(shmget(ftok(kPath, id), 0, 0), nullptr, 0);
+  void* at = shmat(shmget(SegmentKey(id), 0, 0), nullptr, 0);
   unsigned word = *reinterpret_cast<unsigned*>(static_cast<char*>(at) + offset);
   shmdt(at);
   return word;
 }
 
 // A child process holding the first-party ends of `ids`. Write(i, n) makes it
-// write n messages "<id>:<k>" (k counting per channel from 1) to ids[i] once
-// the peer is online; it leaves on Leave() or when the object goes.
-class Writer {
- public:
-  explicit Writer(std::vector<int> ids) : ids_(ids) {
-    pid_ = test::Spawn([this] { return Serve(); });
-    int v;
-    ready_ = ack_.Receive(&v);
+// write n messages, code the channel's id and body k counting per channel
+// from 1, to ids[i] once the peer is online; it leaves on Leave() or when the
+// object goes.
+struct Writer {
+  explicit Writer(std::vector<int> ids) {
+    pid = Spawn([this, ids] {
+      BecomeProcess();
+      std::vector<std::unique_ptr<CyclicSharedMemory>> channels;
+      for (int id : ids) {
+        channels.push_back(Open(id));
+        if (!*channels.back()) return 1;
+        Announce(*channels.back());  // nobody to tell yet
+      }
+      ack.Send();
+      std::vector<int> sent(ids.size(), 0);
+      for (int command; commands.Receive(&command, 60) && command != 0;) {
+        int index = command >> 16, written = 0;
+        CyclicSharedMemory& channel = *channels[index];
+        if (!WaitUntil([&] { return channel.IsPartyOnline(); })) return 2;
+        for (int k = 0; k < (command & 0xFFFF); ++k)
+          written += Send(channel, ids[index], std::to_string(++sent[index])) != 0;
+        ack.Send(written);
+      }
+      return 0;
+    });
+    ready = ack.Receive();
   }
   ~Writer() { Leave(); }
-  bool ready() const { return ready_; }
   bool Write(int index, int count) {
-    command_.Send(index << 16 | count);
+    commands.Send(index << 16 | count);
     int written;
-    return ack_.Receive(&written) && written == count;
+    return ack.Receive(&written) && written == count;
   }
   int Leave() {
-    if (pid_ == 0) return -1;
-    command_.Send(0);
-    test::ChildResult result = test::Wait(pid_);
-    pid_ = 0;
+    if (pid == 0) return -1;
+    commands.Send(0);
+    ChildResult result = Wait(pid);
+    pid = 0;
     return result.exited ? result.code : 100;
   }
-
- private:
-  int Serve() {
-    BecomeProcess();
-    std::vector<std::unique_ptr<CyclicSharedMemory>> channels;
-    std::vector<int> sent(ids_.size(), 0);
-    std::string body;
-    for (int id : ids_) {
-      channels.push_back(Open(id));
-      if (!*channels.back()) return 1;
-      channels.back()->Read(nullptr, &body, false);  // online; nobody to tell yet
-    }
-    ack_.Send(0);
-    int command;
-    while (command_.Receive(&command, 60) && command != 0) {
-      int index = command >> 16;
-      CyclicSharedMemory& channel = *channels[index];
-      if (!test::WaitUntil([&] { return channel.IsPartyOnline(); })) return 2;
-      int written = 0;
-      for (int k = 0; k < (command & 0xFFFF); ++k) {
-        body = std::to_string(ids_[index]) + ":" + std::to_string(++sent[index]);
-        int code = 1;
-        written += channel.Write(&code, &body) != 0;
-      }
-      ack_.Send(written);
-    }
-    return 0;
-  }
-
-  std::vector<int> ids_;
-  test::Pipe command_, ack_;
-  pid_t pid_ = 0;
-  bool ready_ = false;
+  Pipe commands, ack;
+  pid_t pid = 0;
+  bool ready = false;
 };
 
 TEST(QueuePollerTest, OneReportPerMessageInRegistrationOrderAndReleaseFromAnotherThread) {
   Writer w21({21}), w22({22}), w23({23});
-  ASSERT_TRUE(w21.ready() && w22.ready() && w23.ready());
+  ASSERT_TRUE(w21.ready && w22.ready && w23.ready);
   std::map<int, std::unique_ptr<CyclicSharedMemory>> ends;
   CyclicQueuePoller poller(kRider);
   for (int id : {23, 21, 22}) {  // priority follows registration, not ids
@@ -131,7 +96,6 @@ TEST(QueuePollerTest, OneReportPerMessageInRegistrationOrderAndReleaseFromAnothe
   ASSERT_TRUE(poller.Release());
   ASSERT_EQ(-1, poller.WaitForEvents());  // and the ends are announced
   ASSERT_TRUE(w21.Write(0, 3) && w22.Write(0, 3) && w23.Write(0, 3));
-
   std::vector<std::string> served;
   std::atomic<int> reports(0);
   std::thread waiter([&] {
@@ -141,7 +105,7 @@ TEST(QueuePollerTest, OneReportPerMessageInRegistrationOrderAndReleaseFromAnothe
       released += id == -1;
     }
   });
-  bool allServed = test::WaitUntil([&] { return reports == 9; });
+  bool allServed = WaitUntil([&] { return reports == 9; });
   EXPECT_TRUE(poller.Release());
   EXPECT_TRUE(poller.Release());
   waiter.join();
@@ -149,13 +113,13 @@ TEST(QueuePollerTest, OneReportPerMessageInRegistrationOrderAndReleaseFromAnothe
   EXPECT_EQ((std::vector<std::string>{"23:1", "23:2", "23:3", "21:1", "21:2", "21:3", "22:1",
                                       "22:2", "22:3", "-1", "-1"}),
             served);
-  EXPECT_EQ(0, Count(MainKey(kRider)));
+  EXPECT_EQ(0, SemValue(MainKey(kRider)));
   EXPECT_EQ(0, w21.Leave() + w22.Leave() + w23.Leave());
 }
 
 TEST(QueuePollerTest, ArrayFormTakesEveryBusyQueueOnceAndNeedsRoomForAll) {
   Writer writer({31, 32, 33});
-  ASSERT_TRUE(writer.ready());
+  ASSERT_TRUE(writer.ready);
   std::map<int, std::unique_ptr<CyclicSharedMemory>> ends;
   for (int id : {31, 32, 33}) ends[id] = Open(id);
   CyclicQueuePoller poller(kRider);
@@ -165,7 +129,6 @@ TEST(QueuePollerTest, ArrayFormTakesEveryBusyQueueOnceAndNeedsRoomForAll) {
   EXPECT_EQ(static_cast<unsigned>(MainKey(kRider)), HeaderWord(31, 32));  // second party's pair
   EXPECT_EQ(static_cast<unsigned>(ftok("/etc/services", 31)), HeaderWord(31, 36));
   EXPECT_EQ(0u, HeaderWord(31, 40) | HeaderWord(31, 44));
-
   int ids[3] = {0, 0, 0};
   poller.Release();
   EXPECT_EQ(-1, poller.WaitForEvents(ids, 2));
@@ -174,18 +137,16 @@ TEST(QueuePollerTest, ArrayFormTakesEveryBusyQueueOnceAndNeedsRoomForAll) {
   EXPECT_EQ(0, poller.WaitForEvents(ids, 2));  // no room for three: no wait, nothing taken
   EXPECT_EQ(0, poller.WaitForEvents(nullptr, 3));
   EXPECT_EQ(-1, poller.WaitForEvents(ids, 3));
-
   ASSERT_TRUE(writer.Write(2, 1) && writer.Write(0, 2));
   ASSERT_EQ(2, poller.WaitForEvents(ids, 3));
   EXPECT_EQ(31, ids[0]);
   EXPECT_EQ(33, ids[1]);
-  EXPECT_EQ(1, Count(MainKey(kRider)));  // one unit per message taken: one left, for 31
+  EXPECT_EQ(1, SemValue(MainKey(kRider)));  // one unit per message taken: one left, for 31
   ASSERT_EQ(1, poller.WaitForEvents(ids, 3));
   EXPECT_EQ(31, ids[0]);
   EXPECT_EQ("31:1", Take(*ends[31]));
   EXPECT_EQ("31:2", Take(*ends[31]));
   EXPECT_EQ("33:1", Take(*ends[33]));
-
   CyclicQueuePoller stranger(kRider + 1);
   EXPECT_EQ(0, stranger.SelectQueue(31, kPath, false, false));  // never its queue
   EXPECT_EQ(0u, HeaderWord(31, 32) | HeaderWord(31, 36));       // but the pair is cleared
@@ -199,7 +160,7 @@ TEST(QueuePollerTest, ArrayFormTakesEveryBusyQueueOnceAndNeedsRoomForAll) {
 
 TEST(QueuePollerTest, ReplacedPollerGetsOnlyTheLatestMessage) {
   Writer writer({41});
-  ASSERT_TRUE(writer.ready());
+  ASSERT_TRUE(writer.ready);
   auto end = Open(41);
   std::unique_ptr<CyclicQueuePoller> old(new CyclicQueuePoller(kRider));
   ASSERT_EQ(1, old->SelectQueue(41, kPath, true, false));
@@ -210,10 +171,9 @@ TEST(QueuePollerTest, ReplacedPollerGetsOnlyTheLatestMessage) {
   EXPECT_EQ(41, old->WaitForEvents());
   EXPECT_EQ("41:1", Take(*end));
   EXPECT_EQ("41:2", Take(*end));
-
   old.reset();
   ASSERT_TRUE(writer.Write(0, 2));          // still raising the old poller's events
-  EXPECT_EQ(2, Count(MainKey(kRider)));     // which the writer brought back
+  EXPECT_EQ(2, SemValue(MainKey(kRider)));  // which the writer brought back
   CyclicQueuePoller poller(kRider + 1);
   ASSERT_EQ(1, poller.SelectQueue(41, kPath, true, false));
   ASSERT_TRUE(writer.Write(0, 1));
@@ -226,62 +186,52 @@ TEST(QueuePollerTest, ReplacedPollerGetsOnlyTheLatestMessage) {
 
 TEST(QueuePollerTest, KilledPollerProcessIsReplacedWithoutStaleReports) {
   constexpr int kId = 51;
-  test::Pipe go, goAgain, ready, got;
-  pid_t victim = test::Spawn([&] {
+  Pipe go, goAgain, ready, got;
+  pid_t victim = Spawn([&] {
     BecomeProcess();
-    int v;
-    if (!go.Receive(&v)) return 1;
+    if (!go.Receive()) return 1;
     auto end = Open(kId);
     CyclicQueuePoller poller(kRider);
     if (poller.SelectQueue(kId, kPath, true, false) != 1) return 2;
     poller.Release();
     if (poller.WaitForEvents() != -1) return 3;
-    ready.Send(1);
+    ready.Send();
     for (;;) got.Send(poller.WaitForEvents() == kId && Take(*end) == "51:1");
   });
-  pid_t successor = test::Spawn([&] {
+  pid_t successor = Spawn([&] {
     BecomeProcess();
-    int v;
-    if (!goAgain.Receive(&v, 60)) return 1;
+    if (!goAgain.Receive(60)) return 1;
     CyclicQueuePoller poller(kRider);  // same id: finds the dead one's event
-    if (Count(MainKey(kRider)) != 0) return 2;
+    if (SemValue(MainKey(kRider)) != 0) return 2;
     auto end = Open(kId);  // a fresh channel: this end is the first party
     if (poller.SelectQueue(kId, kPath, true, false) != 1) return 3;
     if (HeaderWord(kId, 40) != static_cast<unsigned>(MainKey(kRider))) return 4;
     poller.Release();
     if (poller.WaitForEvents() != -1) return 5;
-    ready.Send(2);
-    if (poller.WaitForEvents() != kId || Take(*end) != "online") return 6;
+    ready.Send();
+    if (poller.WaitForEvents() != kId || Take(*end) != "online 51") return 6;
     if (poller.WaitForEvents() != kId || Take(*end) != "51:4") return 7;
-    return Count(MainKey(kRider)) == 0 ? 0 : 8;
+    return SemValue(MainKey(kRider)) == 0 ? 0 : 8;
   });
-
-  auto Send = [](CyclicSharedMemory& channel, char const* text) {
-    int code = 1;
-    std::string body = text;
-    return channel.Write(&code, &body) != 0;
-  };
   auto writer = Open(kId);
-  std::string body;
-  writer->Read(nullptr, &body, false);
-  go.Send(1);
+  Announce(*writer);
+  go.Send();
+  ASSERT_TRUE(ready.Receive());
+  ASSERT_TRUE(Send(*writer, kId, "1"));
   int v;
-  ASSERT_TRUE(ready.Receive(&v));
-  ASSERT_TRUE(Send(*writer, "51:1"));
   ASSERT_TRUE(got.Receive(&v) && v == 1);
   kill(victim, SIGKILL);
-  ASSERT_TRUE(test::Wait(victim).signaled);
-  EXPECT_TRUE(Send(*writer, "51:2") && Send(*writer, "51:3"));  // nobody can tell it died
-  EXPECT_EQ(2, Count(MainKey(kRider)));
+  ASSERT_TRUE(Wait(victim).signaled);
+  EXPECT_TRUE(Send(*writer, kId, "2") && Send(*writer, kId, "3"));  // nobody can tell it died
+  EXPECT_EQ(2, SemValue(MainKey(kRider)));
   writer.reset();  // the last one out wipes the dead poller's queue event
-
-  goAgain.Send(1);
-  ASSERT_TRUE(ready.Receive(&v));
+  goAgain.Send();
+  ASSERT_TRUE(ready.Receive());
   writer = Open(kId);
   ASSERT_TRUE(*writer);
-  EXPECT_TRUE(Send(*writer, "51:4"));
-  test::ChildResult result = test::Wait(successor);
-  EXPECT_EQ(0, result.code) << result.Describe();
+  EXPECT_TRUE(Send(*writer, kId, "4"));
+  ChildResult result = Wait(successor);
+  EXPECT_TRUE(result.ok()) << result.Describe();
 }
 
 TEST(QueuePollerTest, BothEndsInOneProcessEachThreadPollsItsOwnEnd) {
@@ -299,26 +249,23 @@ TEST(QueuePollerTest, BothEndsInOneProcessEachThreadPollsItsOwnEnd) {
   }).join();
   ASSERT_EQ(1, selected[0] & selected[1] & selected[2]);
   ASSERT_EQ(1, mine.SelectQueue(kId, kPath, true, false));
-  EXPECT_EQ(static_cast<unsigned>(MainKey(kRider)), HeaderWord(kId, 40));
-  EXPECT_EQ(static_cast<unsigned>(ftok("/etc/passwd", kId)), HeaderWord(kId, 44));
-  EXPECT_EQ(static_cast<unsigned>(MainKey(kRider + 1)), HeaderWord(kId, 32));
-  EXPECT_EQ(static_cast<unsigned>(ftok("/etc/services", kId)), HeaderWord(kId, 36));
-  EXPECT_EQ(static_cast<unsigned>(ftok("/etc/passwd", kAlone)), HeaderWord(kAlone, 44));
-  EXPECT_EQ(static_cast<unsigned>(ftok("/etc/services", kAlone)), HeaderWord(kAlone, 36));
-
+  // Each end's own pair of keys: its poller's main event and its queue event.
+  EXPECT_EQ((std::vector<unsigned>{unsigned(MainKey(kRider)), unsigned(ftok("/etc/passwd", kId)),
+                                   unsigned(MainKey(kRider + 1)), unsigned(ftok("/etc/services", kId)),
+                                   unsigned(ftok("/etc/passwd", kAlone)), unsigned(ftok("/etc/services", kAlone))}),
+            (std::vector<unsigned>{HeaderWord(kId, 40), HeaderWord(kId, 44), HeaderWord(kId, 32), HeaderWord(kId, 36),
+                                   HeaderWord(kAlone, 44), HeaderWord(kAlone, 36)}));
   mine.Release();
   theirs.Release();
   ASSERT_EQ(-1, mine.WaitForEvents());
   ASSERT_EQ(-1, theirs.WaitForEvents());  // its end's notice wakes mine
-  int code = 1;
-  std::string a = "a", b = "b";
-  ASSERT_TRUE(first->Write(&code, &a) && second->Write(&code, &b));
+  ASSERT_TRUE(Send(*first, 1, "a") && Send(*second, 1, "b"));
   EXPECT_EQ(kId, theirs.WaitForEvents());
-  EXPECT_EQ("a", Take(*second));
+  EXPECT_EQ("1:a", Take(*second));
   EXPECT_EQ(kId, mine.WaitForEvents());
-  EXPECT_EQ("online", Take(*first));
+  EXPECT_EQ("online 61", Take(*first));
   EXPECT_EQ(kId, mine.WaitForEvents());
-  EXPECT_EQ("b", Take(*first));
+  EXPECT_EQ("1:b", Take(*first));
   second.reset();
   first.reset();
 }

@@ -53,7 +53,6 @@ TEST(CyclicQueue, RefusesWholeMessagesThatDoNotFit) {
   EXPECT_EQ("2:abcdefghij", Next(queue));
   EXPECT_EQ("5:ABCDEFGHIJ", Next(queue));
   EXPECT_EQ("none", Next(queue));
-
   CyclicQueue largest(100);
   EXPECT_EQ(100 - H, Send(largest, 1, std::string(100 - H, 'y')));
 }

@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <vector>
 
 #include "support/ipc.h"
 #include "support/process.h"
@@ -28,8 +27,6 @@ class SemaphoreTest : public ::testing::Test {
   void TearDown() override { EXPECT_TRUE(Semaphore::Remove(kKey, kPath)); }
 };
 
-void Ignore(int) {}
-
 }  // namespace
 
 TEST_F(SemaphoreTest, HolderInAnotherProcessExcludesUntilItIsKilled) {
@@ -38,17 +35,13 @@ TEST_F(SemaphoreTest, HolderInAnotherProcessExcludesUntilItIsKilled) {
   test::Pipe held;
   pid_t child = test::Spawn([&] {
     Semaphore mine(kKey, kPath);
-    if (!mine) return 1;
-    if (!mine.Lock()) return 2;
-    held.Send(1);
+    if (!mine || !mine.Lock()) return 1;
+    held.Send();
     pause();
-    return 3;
+    return 2;
   });
-  int go = 0;
-  ASSERT_TRUE(held.Receive(&go));
-  EXPECT_FALSE(lock.TryLock());
-  EXPECT_FALSE(lock.Lock(50));
-
+  ASSERT_TRUE(held.Receive());
+  EXPECT_FALSE(lock.TryLock() || lock.Lock(50));
   kill(child, SIGKILL);
   test::ChildResult result = test::Wait(child);
   EXPECT_TRUE(result.signaled) << result.Describe();
@@ -63,22 +56,21 @@ TEST_F(SemaphoreTest, WaiterResumesAfterSignalsAndGetsTheLock) {
   test::Pipe started;
   pid_t child = test::Spawn([&] {
     struct sigaction action = {};
-    action.sa_handler = Ignore;  // no SA_RESTART: each tick interrupts semop
+    action.sa_handler = [](int) {};  // no SA_RESTART: each tick interrupts semop
     sigaction(SIGALRM, &action, nullptr);
     struct itimerval ticks = {{0, 5000}, {0, 5000}};
     setitimer(ITIMER_REAL, &ticks, nullptr);
     Semaphore mine(kKey, kPath);
-    started.Send(1);
+    started.Send();
     if (!mine.Lock()) return 1;
     mine.Unlock();
     return 0;
   });
-  int go = 0;
-  ASSERT_TRUE(started.Receive(&go));
+  ASSERT_TRUE(started.Receive());
   usleep(100000);
   lock.Unlock();
   test::ChildResult result = test::Wait(child);
-  EXPECT_TRUE(result.exited && result.code == 0) << result.Describe();
+  EXPECT_TRUE(result.ok()) << result.Describe();
 }
 
 TEST_F(SemaphoreTest, SimultaneousCreatorsShareOneSetAndExclude) {
@@ -108,10 +100,7 @@ TEST_F(SemaphoreTest, SimultaneousCreatorsShareOneSetAndExclude) {
     }));
   }
   start = 1;
-  for (pid_t child : children) {
-    test::ChildResult result = test::Wait(child, 60);
-    EXPECT_TRUE(result.exited && result.code == 0) << result.Describe();
-  }
+  for (pid_t child : children) EXPECT_TRUE(test::Wait(child, 60).ok());
   EXPECT_EQ(1, test::CountSemaphoreSets());
   munmap(shared, 2 * sizeof(std::atomic<int>));
 }
@@ -127,7 +116,6 @@ TEST_F(SemaphoreTest, OnlyASetNeverMadeReadyIsRebuilt) {
     EXPECT_FALSE(joiner.TryLock());
   }
   ASSERT_TRUE(Semaphore::Remove(kKey, kPath));
-
   // What a creator killed between semget and its first semop leaves: a set
   // (lock and ready flag) at 0 that nobody will ever raise.
   ASSERT_GE(semget(ftok(kPath, kKey), 2, IPC_CREAT | 0666), 0);
@@ -168,13 +156,11 @@ TEST_F(SemaphoreTest, RemovedSetIsRecreatedOnNextLock) {
 }
 
 TEST_F(SemaphoreTest, BadPathIsReportedAndLocksNothing) {
-  testing::internal::CaptureStderr();
-  Semaphore lock(1, "/no/such/file");
-  EXPECT_FALSE(lock);
-  EXPECT_FALSE(lock.Lock());
-  std::string text = testing::internal::GetCapturedStderr();
-  EXPECT_NE(std::string::npos,
-            text.find("Semaphore: ftok(/no/such/file, 1) failed: No such file or directory\n"))
+  std::string text = test::Stderr([] {
+    Semaphore lock(1, "/no/such/file");
+    EXPECT_FALSE(lock || lock.Lock());
+  });
+  EXPECT_NE(std::string::npos, text.find("Semaphore: ftok(/no/such/file, 1) failed: No such file or directory\n"))
       << text;
   EXPECT_NE(std::string::npos, text.find("Semaphore: no semaphore set\n")) << text;
 }

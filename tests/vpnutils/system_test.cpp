@@ -15,8 +15,6 @@
 
 namespace {
 
-void Ignore(int) {}
-
 double MsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
@@ -26,21 +24,18 @@ double MsSince(std::chrono::steady_clock::time_point start) {
 TEST(ThreadSleep, SpendsTheWholeTimeThroughSignals) {
   // A handler without SA_RESTART makes every tick interrupt the sleep.
   struct sigaction action = {};
-  action.sa_handler = Ignore;
+  action.sa_handler = [](int) {};
   struct sigaction previous;
   ASSERT_EQ(0, sigaction(SIGALRM, &action, &previous));
   struct itimerval ticks = {{0, 3000}, {0, 3000}};
   ASSERT_EQ(0, setitimer(ITIMER_REAL, &ticks, nullptr));
-
   auto start = std::chrono::steady_clock::now();
   Thread::Sleep(120);
   double slept = MsSince(start);
-
   struct itimerval off = {};
   setitimer(ITIMER_REAL, &off, nullptr);
   sigaction(SIGALRM, &previous, nullptr);
   EXPECT_GE(slept, 120.0);
-
   start = std::chrono::steady_clock::now();
   Thread::Sleep(0);
   Thread::Sleep(-5);
@@ -70,15 +65,12 @@ TEST(UniqueNumber, ForkedChildDoesNotRepeatItsParent) {
   pid_t child = test::Spawn([&] {
     unsigned long long n = Utility::GenerateUniqueNumber();
     pipe.Send(static_cast<int>(n >> 32));
-    pipe.Send(static_cast<int>(n & 0xFFFFFFFFu));
+    pipe.Send(static_cast<int>(n));
     return 0;
   });
-  unsigned long long mine = Utility::GenerateUniqueNumber();
+  unsigned long long const mine = Utility::GenerateUniqueNumber();
   int high = 0, low = 0;
-  ASSERT_TRUE(pipe.Receive(&high));
-  ASSERT_TRUE(pipe.Receive(&low));
-  EXPECT_TRUE(test::Wait(child).exited);
-  unsigned long long theirs = (static_cast<unsigned long long>(static_cast<unsigned>(high)) << 32) |
-                              static_cast<unsigned>(low);
-  EXPECT_NE(mine, theirs);
+  ASSERT_TRUE(pipe.Receive(&high) && pipe.Receive(&low));
+  EXPECT_TRUE(test::Wait(child).ok());
+  EXPECT_NE(mine, static_cast<unsigned long long>(static_cast<unsigned>(high)) << 32 | static_cast<unsigned>(low));
 }
