@@ -48,7 +48,19 @@
 std::list<std::pair<int, CyclicSharedMemory*> > CyclicSharedMemory::mHandleMap;
 int CyclicSharedMemory::mObjCounter = 0;
 int CyclicSharedMemory::mPID = GetPID();
-std::string CyclicSharedMemory::mMemoryErrorMessage("No errors");
+namespace {
+// Room for any of the channel's texts with a system reason, so that the first
+// refusal on a busy channel ("Memory overflow error.") does not allocate on
+// the write path either.
+std::string InitialErrorText() {
+  std::string text;
+  text.reserve(160);
+  text.assign("No errors");
+  return text;
+}
+}  // namespace
+
+std::string CyclicSharedMemory::mMemoryErrorMessage(InitialErrorText());
 
 namespace {
 
@@ -461,7 +473,9 @@ unsigned CyclicSharedMemory::WriteFrame(int const* code, char const* data, unsig
     mWriteMutex.Unlock();
     return 0;
   }
-  SpurOnTrojanHorse(length);
+  // Most readers have no poller: then there is nothing to wake or forget.
+  if (mTrojan || mRewindSuppressed || *(mIsFirstParty ? mSecondPollerMainKey : mFirstPollerMainKey) != 0)
+    SpurOnTrojanHorse(length);
   mWriteMutex.Unlock();
   return length + 4;
 }
