@@ -43,12 +43,13 @@ plot for [i=2:9] datadir."/rtt.dat" using 1:i with linespoints lc rgb colour[i-1
 set title "Throughput / protocol floor (target for the channel: >= 0.9)"
 set logscale y 2
 set yrange [0.05:16]
-set key bottom left font ",9"
+set key bottom right font ",9"
 plot for [i=2:9] datadir."/throughput_ratio.dat" using 1:i with linespoints lc rgb colour[i-1] lw width[i-1] dt dash[i-1] pt point[i-1] ps 1, \
      0.9 with lines lc rgb "#1f5fbf" dt 3 lw 1 title "0.9"
 
 set title "Round-trip median / protocol floor (target for the channel: <= 1.1)"
 set yrange [0.5:16]
+set key top left font ",9"
 plot for [i=2:9] datadir."/rtt_ratio.dat" using 1:i with linespoints lc rgb colour[i-1] lw width[i-1] dt dash[i-1] pt point[i-1] ps 1, \
      1.1 with lines lc rgb "#1f5fbf" dt 3 lw 1 title "1.1"
 unset multiplot

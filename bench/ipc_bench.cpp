@@ -45,12 +45,12 @@ namespace {
 constexpr double kCaseTimeoutSeconds = 60;
 
 struct Options {
-  int reps = 5;
+  int reps = 7;
   int infoReps = 3;
   std::vector<Placement> placements{Placement::kOneCpu, Placement::kTwoCpus, Placement::kUnpinned};
   std::vector<std::string> subjects;  // empty: all
   std::vector<unsigned> sizes{16, 64, 256, 1024, 4096};
-  double budgetMs = 40;
+  double budgetMs = 100;
   int cpu = -1;
   std::string out = ".";
   std::string work = ".";

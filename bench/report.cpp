@@ -74,6 +74,7 @@ std::vector<std::pair<std::string, double> > Figures(Run const& r) {
 
 struct Figure {
   std::vector<double> runs;
+  std::map<int, double> byRep;  // the same runs, by repetition
   double median = 0, min = 0, max = 0;
   bool valid() const { return !runs.empty(); }
   double spread() const { return median != 0 ? (max - min) / median * 100 : 0; }
@@ -88,7 +89,11 @@ class Table {
   explicit Table(Session const& s) {
     for (Run const& r : s.runs) {
       if (!r.ok) continue;
-      for (auto const& f : Figures(r)) figures_[Key(r.placement, r.subject, f.first, r.size)].runs.push_back(f.second);
+      for (auto const& f : Figures(r)) {
+        Figure& figure = figures_[Key(r.placement, r.subject, f.first, r.size)];
+        figure.runs.push_back(f.second);
+        figure.byRep[r.rep] = f.second;
+      }
     }
     for (auto& entry : figures_) {
       Figure& f = entry.second;
@@ -103,13 +108,26 @@ class Table {
     auto it = figures_.find(Key(p, subject, metric, size));
     return it == figures_.end() ? nullptr : &it->second;
   }
-  // Median of subject over median of reference; NaN when either is missing.
+  // The median over repetitions of subject / reference, each pair measured
+  // back to back; NaN when no repetition has both. Pairing matters: a run's
+  // figures move together with the machine's state (on these VMs a 4 KB
+  // round trip falls into a fast or a slow mode from run to run, for the floor
+  // as for everything else), and the ratio of two medians would compare runs
+  // taken in different modes.
   double Ratio(Placement p, std::string const& subject, std::string const& reference, std::string const& metric,
                unsigned size) const {
     Figure const* a = Get(p, subject, metric, size);
     Figure const* b = Get(p, reference, metric, size);
-    if (!a || !b || b->median == 0) return NAN;
-    return a->median / b->median;
+    if (!a || !b) return NAN;
+    std::vector<double> ratios;
+    for (auto const& rep : a->byRep) {
+      auto const other = b->byRep.find(rep.first);
+      if (other != b->byRep.end() && other->second != 0) ratios.push_back(rep.second / other->second);
+    }
+    if (ratios.empty()) return NAN;
+    std::sort(ratios.begin(), ratios.end());
+    std::size_t const n = ratios.size();
+    return n % 2 ? ratios[n / 2] : (ratios[n / 2 - 1] + ratios[n / 2]) / 2;
   }
 
  private:
@@ -176,7 +194,8 @@ std::vector<Target> Targets(Session const& s, Table const& t) {
       ++measured;
       bool ok = atLeast ? r >= bound : r <= bound;
       if (!ok) target->holds = false;
-      std::snprintf(text, sizeof text, "%s%s x%.2f%s", detail.empty() ? "" : ", ", SizeLabel(size).c_str(), r,
+      // Three decimals: a figure just below its bound must not print as the bound.
+      std::snprintf(text, sizeof text, "%s%s x%.3f%s", detail.empty() ? "" : ", ", SizeLabel(size).c_str(), r,
                     ok ? "" : " (no)");
       detail += text;
     }
@@ -496,8 +515,9 @@ bool WriteReport(Session const& s, std::string const& outDir, std::string const&
      << "- Command: `" << s.command << "`\n- Machine: " << s.machine << "\n- Compiler: " << s.compiler
      << "\n- Date: " << s.date << "\n- Settings: " << s.settings << "\n\n"
      << "Every figure is the median over its runs; each run forks two fresh processes and checks every message "
-        "(code, length, three sequence stamps). Ratios (xN) are to the protocol floor measured in the same "
-        "session; absolute times drift between sessions on shared machines, the ratios much less.\n\n";
+        "(code, length, three sequence stamps). Ratios (xN) are to the protocol floor: the median over "
+        "repetitions of the ratio between the two runs of a repetition, which are taken back to back; absolute "
+        "times drift between sessions on shared machines, the ratios much less.\n\n";
   if (failed) md << "**" << failed << " runs failed and are left out of every figure; see results.json.**\n\n";
 
   md << "## Targets (both processes on one CPU)\n\n| Target | Holds | Figures |\n|---|---|---|\n";
