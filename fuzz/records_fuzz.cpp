@@ -13,6 +13,8 @@
 #include <call_records.h>
 #include <codec.h>
 
+#include "tests/support/golden.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -120,19 +122,6 @@ Decoder Make(char const* name, std::vector<T> const& samples) {
   return decoder;
 }
 
-MediaParams Media() {
-  MediaParams media;
-  media.type = MediaParams::kAudio;
-  media.payloadType = 8;
-  media.codec = "PCMA";
-  media.clockRate = 8000;
-  media.address = "192.0.2.10";
-  media.port = 5004;
-  media.packetTime = 20;
-  media.direction = MediaParams::kSend | MediaParams::kReceive;
-  return media;
-}
-
 CallParams Party() {
   CallParams party;
   party.user = "alice";
@@ -168,13 +157,13 @@ std::vector<Decoder> const& Decoders() {
       Make<unsigned long long>("unsigned long long", {0x0102030405060708ULL}),
       Make<Sample>("enumeration", {Sample::kSome}),
       Make<std::string>("text", {std::string(), std::string("hello\0world", 11)}),
-      Make<MediaParams>("MediaParams", {MediaParams(), Media()}),
+      Make<MediaParams>("MediaParams", {MediaParams(), test::SampleMedia()}),
       Make<FaxStatistics>("FaxStatistics", {Statistics().fax}),
       Make<CallStatistics>("CallStatistics", {CallStatistics(), Statistics()}),
       Make<std::list<std::string> >("list of texts", {{}, {"a", "", "bc"}}),
       Make<std::list<unsigned long> >("list of unsigned long", {{1, 2, 3}}),
       Make<std::list<unsigned long long> >("list of call ids", {{0xFFFFFFFFFFFFFFFFULL}}),
-      Make<std::list<MediaParams> >("list of MediaParams", {{Media(), MediaParams()}}),
+      Make<std::list<MediaParams> >("list of MediaParams", {{test::SampleMedia(), MediaParams()}}),
       Make<std::vector<CallStatistics> >("vector of CallStatistics", {{Statistics()}}),
       Make<CallParams>("CallParams", {CallParams(), Party()}),
       Make<RegisterParams>("RegisterParams", {RegisterParams()}),

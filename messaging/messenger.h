@@ -39,10 +39,17 @@ constexpr int kPeerOfflineCode = static_cast<int>(0x80000001u);
 
 inline bool IsPartyStateCode(int code) { return code == kPeerOnlineCode || code == kPeerOfflineCode; }
 
-// Encoding measures the fields first and then writes them into the body
-// grown once, instead of appending field by field: a call set-up body is some
-// eighty appends, each with its own capacity check and copy call. The bytes
-// are those the operators write.
+// The messengers' body codec. Three cursors walk the same fields with Pass():
+// BodySize counts the bytes, BodyWriter writes them into a body grown once to
+// that size, BodyReader reads them where they lie. Encoding so avoids some
+// eighty appends per call set-up, each with its own capacity check and copy
+// call; decoding avoids taking each field off the front of a string (what the
+// exported >> operators do), which moves the rest of the body every time and
+// made decoding quadratic in its size. Bytes and values are those of the
+// operators, also for short and forged bodies: a field the body is too short
+// for keeps its value and leaves nothing to read, so every later field keeps
+// its value too.
+
 template <typename Record>
 Record& Mutable(Record const& record) {  // field lists are written for mutable records
   return const_cast<Record&>(record);
@@ -54,45 +61,10 @@ inline std::uint32_t TextLength(std::string const& text) {
   return text.size() > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(text.size());
 }
 
-// Counts the bytes that WriteField will write.
 struct BodySize {
   std::size_t bytes = 0;
 };
 
-template <typename T>
-std::enable_if_t<IsFixedWidthValue<T> > AddSize(BodySize& size, T const&) {
-  size.bytes += sizeof(typename WireType<T>::type);
-}
-inline void AddSize(BodySize& size, std::string const& text) { size.bytes += sizeof(std::uint32_t) + TextLength(text); }
-
-struct FieldSizer {
-  BodySize& size;
-  template <typename... Values>
-  void operator()(Values const&... values) const {
-    (AddSize(size, values), ...);
-  }
-};
-
-template <typename Record>
-auto AddSize(BodySize& size, Record const& record)
-    -> decltype(Fields(Mutable(record), std::declval<FieldSizer>()), void()) {
-  Fields(Mutable(record), FieldSizer{size});
-}
-template <typename Container>
-void AddSequenceSize(BodySize& size, Container const& items) {
-  size.bytes += sizeof(unsigned int);
-  for (auto const& item : items) AddSize(size, item);
-}
-template <typename T>
-void AddSize(BodySize& size, std::list<T> const& list) {
-  AddSequenceSize(size, list);
-}
-template <typename T>
-void AddSize(BodySize& size, std::vector<T> const& vector) {
-  AddSequenceSize(size, vector);
-}
-
-// Writes into bytes already counted by AddSize.
 class BodyWriter {
  public:
   explicit BodyWriter(char* at) : at_(at) {}
@@ -105,61 +77,6 @@ class BodyWriter {
   char* at_;
 };
 
-template <typename T>
-std::enable_if_t<IsFixedWidthValue<T> > WriteField(BodyWriter& writer, T const& value) {
-  using Wire = typename WireType<T>::type;
-  Wire const wire = static_cast<Wire>(value);
-  writer.Put(&wire, sizeof wire);
-}
-inline void WriteField(BodyWriter& writer, std::string const& text) {
-  std::uint32_t const length = TextLength(text);
-  writer.Put(&length, sizeof length);
-  writer.Put(text.data(), length);
-}
-
-struct FieldWriter {
-  BodyWriter& writer;
-  template <typename... Values>
-  void operator()(Values const&... values) const {
-    (WriteField(writer, values), ...);
-  }
-};
-
-template <typename Record>
-auto WriteField(BodyWriter& writer, Record const& record)
-    -> decltype(Fields(Mutable(record), std::declval<FieldWriter>()), void()) {
-  Fields(Mutable(record), FieldWriter{writer});
-}
-template <typename Container>
-void WriteSequence(BodyWriter& writer, Container const& items) {
-  WriteField(writer, static_cast<unsigned int>(items.size()));
-  for (auto const& item : items) WriteField(writer, item);
-}
-template <typename T>
-void WriteField(BodyWriter& writer, std::list<T> const& list) {
-  WriteSequence(writer, list);
-}
-template <typename T>
-void WriteField(BodyWriter& writer, std::vector<T> const& vector) {
-  WriteSequence(writer, vector);
-}
-
-template <typename... Values>
-void AppendFields(std::string& body, Values const&... values) {
-  std::size_t const at = body.size();
-  if (body.capacity() < kInitialBodyReserve) body.reserve(kInitialBodyReserve);
-  BodySize size;
-  (AddSize(size, values), ...);
-  body.resize(at + size.bytes);
-  BodyWriter writer(&body[0] + at);
-  (WriteField(writer, values), ...);
-}
-
-// Decoding reads through a cursor instead of erasing what it has taken off
-// the front of a string: erasing moves the rest of the body for every field,
-// which makes decoding a body quadratic in its size. The values are those the
-// string operators give: a field the body is too short for keeps its value
-// and leaves nothing to read, so every later field keeps its value too.
 class BodyReader {
  public:
   BodyReader(char const* data, std::size_t size) : at_(data), end_(data + size) {}
@@ -187,7 +104,25 @@ class BodyReader {
 };
 
 template <typename T>
-std::enable_if_t<IsFixedWidthValue<T> > TakeField(BodyReader& reader, T& value) {
+std::enable_if_t<IsFixedWidthValue<T> > Pass(BodySize& size, T const&) {
+  size.bytes += sizeof(typename WireType<T>::type);
+}
+inline void Pass(BodySize& size, std::string const& text) { size.bytes += sizeof(std::uint32_t) + TextLength(text); }
+
+template <typename T>
+std::enable_if_t<IsFixedWidthValue<T> > Pass(BodyWriter& writer, T const& value) {
+  using Wire = typename WireType<T>::type;
+  Wire const wire = static_cast<Wire>(value);
+  writer.Put(&wire, sizeof wire);
+}
+inline void Pass(BodyWriter& writer, std::string const& text) {
+  std::uint32_t const length = TextLength(text);
+  writer.Put(&length, sizeof length);
+  writer.Put(text.data(), length);
+}
+
+template <typename T>
+std::enable_if_t<IsFixedWidthValue<T> > Pass(BodyReader& reader, T& value) {
   typename WireType<T>::type wire;
   if (!reader.Take(&wire, sizeof wire)) return;
   if constexpr (std::is_same<T, bool>::value) {
@@ -196,8 +131,7 @@ std::enable_if_t<IsFixedWidthValue<T> > TakeField(BodyReader& reader, T& value) 
     value = static_cast<T>(wire);
   }
 }
-
-inline void TakeField(BodyReader& reader, std::string& text) {
+inline void Pass(BodyReader& reader, std::string& text) {
   std::uint32_t length;
   if (!reader.Take(&length, sizeof length)) return;
   if (reader.Left() < length) {
@@ -214,25 +148,32 @@ inline void TakeField(BodyReader& reader, std::string& text) {
   reader.Skip(length);
 }
 
-// Walks a record's field list (its Fields overload) with the reader.
-struct FieldTaker {
-  BodyReader& reader;
+// A record is its field list (its Fields overload), walked with the cursor.
+template <typename Cursor>
+struct FieldWalk {
+  Cursor& cursor;
   template <typename... Values>
   void operator()(Values&... values) const {
-    (TakeField(reader, values), ...);
+    (Pass(cursor, values), ...);
   }
 };
-
-template <typename Record>
-auto TakeField(BodyReader& reader, Record& record) -> decltype(Fields(record, std::declval<FieldTaker>()), void()) {
-  Fields(record, FieldTaker{reader});
+template <typename Cursor, typename Record>
+auto Pass(Cursor& cursor, Record& record)
+    -> decltype(Fields(Mutable(record), std::declval<FieldWalk<Cursor> >()), void()) {
+  Fields(Mutable(record), FieldWalk<Cursor>{cursor});
 }
 
-// The layout and the rules of UnpackTemplate, including its bounds.
+// A sequence is its count and its elements; reading one follows the rules
+// of UnpackTemplate, bounds included.
+template <typename Cursor, typename Container>
+void PassSequence(Cursor& cursor, Container const& items) {
+  Pass(cursor, static_cast<unsigned int>(items.size()));
+  for (auto const& item : items) Pass(cursor, item);
+}
 template <typename Container>
-void TakeSequence(BodyReader& reader, Container& items) {
+void PassSequence(BodyReader& reader, Container& items) {
   unsigned int count = 0;
-  TakeField(reader, count);
+  Pass(reader, count);
   if (count > kMaxSequenceElements) count = kMaxSequenceElements;
   typename Container::value_type scratch{};
   if (!items.empty()) items.clear();
@@ -240,21 +181,34 @@ void TakeSequence(BodyReader& reader, Container& items) {
   while (items.size() < count) {
     if (reader.Left() == 0) {
       BodySize copy;
-      AddSize(copy, scratch);
+      Pass(copy, scratch);
       madeUp += copy.bytes;
       if (madeUp > kMaxMadeUpBytes) break;
     }
-    TakeField(reader, scratch);
+    Pass(reader, scratch);
     items.push_back(scratch);
   }
 }
 template <typename T>
-void TakeField(BodyReader& reader, std::list<T>& list) {
-  TakeSequence(reader, list);
-}
+struct IsSequence : std::false_type {};
 template <typename T>
-void TakeField(BodyReader& reader, std::vector<T>& vector) {
-  TakeSequence(reader, vector);
+struct IsSequence<std::list<T> > : std::true_type {};
+template <typename T>
+struct IsSequence<std::vector<T> > : std::true_type {};
+template <typename Cursor, typename Container>
+std::enable_if_t<IsSequence<std::remove_const_t<Container> >::value> Pass(Cursor& cursor, Container& items) {
+  PassSequence(cursor, items);
+}
+
+template <typename... Values>
+void AppendFields(std::string& body, Values const&... values) {
+  std::size_t const at = body.size();
+  if (body.capacity() < kInitialBodyReserve) body.reserve(kInitialBodyReserve);
+  BodySize size;
+  (Pass(size, values), ...);
+  body.resize(at + size.bytes);
+  BodyWriter writer(&body[0] + at);
+  (Pass(writer, values), ...);
 }
 
 // A fresh body holding `fields` (for code outside the send path; a send
@@ -315,7 +269,7 @@ template <typename... Fields, typename Handle>
 bool Deliver(std::string const& body, Handle&& handle) {
   std::tuple<Fields...> fields{};
   BodyReader reader(body);
-  std::apply(FieldTaker{reader}, fields);
+  std::apply(FieldWalk<BodyReader>{reader}, fields);
   std::apply(handle, fields);
   return true;
 }

@@ -27,7 +27,7 @@ std::string& EncodeRecord(std::string& body, Record const& record) {
 template <typename Record>
 std::string& DecodeRecord(std::string& body, Record& record) {
   BodyReader reader(body);
-  TakeField(reader, record);
+  Pass(reader, record);
   body.erase(0, static_cast<std::size_t>(reader.At() - body.data()));
   return body;
 }
