@@ -31,6 +31,7 @@
 // reader must have copied a frame out before the writer can see the space
 // as free (32-bit PowerPC reorders a load after a later store).
 #include <errno.h>
+#include <sched.h>
 #include <time.h>
 
 #include <atomic>
@@ -183,9 +184,9 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
   FailedConstruction failure = {this, TriggerCreatedItsSet(&mTriggerA),
                                 TriggerCreatedItsSet(&mTriggerB)};
 
+  // The rest of the header, once the first party's place is claimed.
   auto initialiseHeader = [this, size] {
-    *mPartyFlags = kFirstAttached;
-    *mSegmentSize = size;
+    __atomic_store_n(mSegmentSize, size, __ATOMIC_RELEASE);
     *mFirstPartyPid = static_cast<std::uint32_t>(mPID);
     *mFirstPartyTid = GetTID();
     for (std::uint32_t* word = mSecondPollerMainKey; word <= mSecondPartyHandle; ++word) *word = 0;
@@ -231,15 +232,18 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
       return;
     }
     mAttachAddress = address;
-    bool first = created;
+    // Alone on a segment we did not create: whatever the header says, its
+    // owners are gone, and we take the first place whatever the flags. A
+    // creator does not force: its segment starts zeroed, and a joiner that
+    // came before the creator attached may have claimed the place already.
+    bool stale = false;
     if (!created) {
       shmid_ds status;
       if (sysv.ShmStat(segment, &status) == -1) {
         ErrorEx("Getting Memory status");
         return;
       }
-      // Nobody else attached: whatever the header says, its owners are gone.
-      if (status.shm_nattch == 1) first = true;
+      stale = status.shm_nattch == 1;
     }
 
     mBase = static_cast<char*>(address);
@@ -263,37 +267,57 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
     mSecondToFirstStart = kHeaderSize + half;
     mEnd = kHeaderSize + 2 * half;
 
-    if (first) initialiseHeader();
-    switch (*mPartyFlags & kAttachedMask) {
-      // Atomic updates here and wherever a party changes its bytes: an
-      // announce of the peer may be rewriting the word at the same time, and
-      // a lost update leaves one end offline for good.
-      case kFirstAttached:
-        if (!mIsFirstParty) __atomic_fetch_or(mPartyFlags, kSecondAttached, __ATOMIC_ACQ_REL);
-        break;
-      case kSecondAttached:
-        // The first party left: take its place. Its poller words stay, the
-        // second party's poller still needs them.
-        __atomic_fetch_or(mPartyFlags, kFirstAttached, __ATOMIC_ACQ_REL);
-        *mFirstPartyPid = static_cast<std::uint32_t>(mPID);
-        *mFirstPartyTid = GetTID();
-        mIsFirstParty = true;
-        break;
-      case kBothAttached: {
-        char text[64];
-        std::snprintf(text, sizeof text, "Third with ID %#x is redundant", static_cast<unsigned>(id));
-        Error(text);
-        return;
+    // Places are claimed by compare-and-swap on the flags word: of two ends
+    // constructing at the same moment (a creator that has not attached yet
+    // leaves a joiner alone on the segment), exactly one becomes the first
+    // party. Every other update of the word is atomic too: an announce of
+    // the peer may be rewriting it at the same time, and a lost update
+    // leaves one end offline for good.
+    auto claim = [this](std::uint32_t expected, std::uint32_t desired) {
+      return __atomic_compare_exchange_n(mPartyFlags, &expected, desired, false, __ATOMIC_ACQ_REL,
+                                         __ATOMIC_ACQUIRE);
+    };
+    std::uint32_t flags = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
+    if (stale && claim(flags, kFirstAttached)) initialiseHeader();
+    bool placed = mIsFirstParty;
+    while (!placed) {
+      flags = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
+      switch (flags & kAttachedMask) {
+        case kFirstAttached:
+          placed = claim(flags, flags | kSecondAttached);
+          break;
+        case kSecondAttached:
+          // The first party left: take its place. Its poller words stay, the
+          // second party's poller still needs them.
+          if (claim(flags, flags | kFirstAttached)) {
+            *mFirstPartyPid = static_cast<std::uint32_t>(mPID);
+            *mFirstPartyTid = GetTID();
+            mIsFirstParty = placed = true;
+          }
+          break;
+        case kBothAttached: {
+          char text[64];
+          std::snprintf(text, sizeof text, "Third with ID %#x is redundant", static_cast<unsigned>(id));
+          Error(text);
+          return;
+        }
+        case 0:
+          if (claim(flags, kFirstAttached)) {
+            initialiseHeader();
+            placed = true;
+          }
+          break;
+        default:
+          Error("Buffer type detect");
+          return;
       }
-      case 0:
-        initialiseHeader();
-        break;
-      default:
-        Error("Buffer type detect");
-        return;
     }
     mSegmentId = segment;
 
+    // A first party that has just claimed its place may not have written
+    // the size yet (a fresh segment holds 0 there).
+    for (int wait = 0; !mIsFirstParty && wait < 1000 && __atomic_load_n(mSegmentSize, __ATOMIC_ACQUIRE) == 0; ++wait)
+      sched_yield();
     if (!mIsFirstParty && *mSegmentSize != size) {
       Error("Different sizes of the Shared Memory");
       Cleanup();
