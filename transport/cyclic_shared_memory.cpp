@@ -232,10 +232,14 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
       return;
     }
     mAttachAddress = address;
-    // Alone on a segment we did not create: whatever the header says, its
-    // owners are gone, and we take the first place whatever the flags. A
+    std::uint32_t* const flagsWord = static_cast<std::uint32_t*>(address);
+    // Alone on a segment we did not create: whatever the header said before
+    // we looked, its owners are gone, and we take the first place whatever
+    // the flags. The flags are read before the attach count, so that a claim
+    // by an end attaching after the count changes them and defeats ours. A
     // creator does not force: its segment starts zeroed, and a joiner that
     // came before the creator attached may have claimed the place already.
+    std::uint32_t const before = __atomic_load_n(flagsWord, __ATOMIC_ACQUIRE);
     bool stale = false;
     if (!created) {
       shmid_ds status;
@@ -277,8 +281,8 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
       return __atomic_compare_exchange_n(mPartyFlags, &expected, desired, false, __ATOMIC_ACQ_REL,
                                          __ATOMIC_ACQUIRE);
     };
-    std::uint32_t flags = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
-    if (stale && claim(flags, kFirstAttached)) initialiseHeader();
+    if (stale && claim(before, kFirstAttached)) initialiseHeader();
+    std::uint32_t flags;
     bool placed = mIsFirstParty;
     while (!placed) {
       flags = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
