@@ -281,9 +281,28 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
       return __atomic_compare_exchange_n(mPartyFlags, &expected, desired, false, __ATOMIC_ACQ_REL,
                                          __ATOMIC_ACQUIRE);
     };
-    if (stale && claim(before, kFirstAttached)) initialiseHeader();
+    bool placed = false;
+    if (stale) {
+      if (claim(before, kFirstAttached)) {
+        initialiseHeader();
+        placed = true;
+      } else {
+        // An end attached after we counted and has changed the word since.
+        // A place whose bit was set before we looked and still is belongs to
+        // nobody (only its owner clears a bit, and it had none): take it
+        // rather than be refused as a third for good.
+        std::uint32_t const now = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
+        auto orphaned = [&](std::uint32_t place) { return (before & now & place) == place; };
+        if (orphaned(kFirstAttached)) {
+          *mFirstPartyPid = static_cast<std::uint32_t>(mPID);
+          *mFirstPartyTid = GetTID();
+          mIsFirstParty = placed = true;
+        } else if (orphaned(kSecondAttached)) {
+          placed = true;
+        }
+      }
+    }
     std::uint32_t flags;
-    bool placed = mIsFirstParty;
     while (!placed) {
       flags = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
       switch (flags & kAttachedMask) {

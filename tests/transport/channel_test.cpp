@@ -75,6 +75,43 @@ TEST(ChannelTest, EndsBuiltAtTheSameMomentTakeBothPlaces) {
   }
 }
 
+// An end alone on the segment of a party that died takes that party's
+// place, even when a newcomer that arrived while it looked has meanwhile
+// taken the other one: it used to be refused as a third, again on every
+// retry, for as long as the newcomer stayed.
+std::unique_ptr<CyclicSharedMemory> gNewcomer;
+class DeadPartysSegment : public testing::TestWithParam<std::uint32_t> {};
+
+TEST_P(DeadPartysSegment, EndAloneTakesThePlaceAgainstANewcomer) {
+  int const segment = shmget(SegmentKey(kId), 4096, IPC_CREAT | 0600);
+  ASSERT_NE(-1, segment);
+  auto* words = static_cast<std::uint32_t*>(shmat(segment, nullptr, 0));
+  words[0] = GetParam();  // the dead party's flag
+  words[1] = 4096;
+  shmdt(words);
+  // The newcomer comes just after the lone end has counted the attachments.
+  sysv.ShmStat = [](int id, shmid_ds* status) {
+    int const result = kRealSysVCalls.ShmStat(id, status);
+    sysv.ShmStat = kRealSysVCalls.ShmStat;
+    gNewcomer = Open(kId);
+    return result;
+  };
+  auto alone = Open(kId);
+  sysv.ShmStat = kRealSysVCalls.ShmStat;
+  ASSERT_TRUE(gNewcomer && *gNewcomer);
+  ASSERT_TRUE(*alone);
+  Announce(*alone);
+  Announce(*gNewcomer);
+  EXPECT_EQ("online 5", Take(*alone));
+  EXPECT_EQ(6u, Send(*alone, 7, "to"));
+  EXPECT_EQ("7:to", Take(*gNewcomer));
+  EXPECT_EQ(8u, Send(*gNewcomer, 8, "from"));
+  EXPECT_EQ("8:from", Take(*alone));
+  gNewcomer.reset();
+}
+
+INSTANTIATE_TEST_SUITE_P(FirstOrSecond, DeadPartysSegment, testing::Values(0x000000FFu, 0x0000FF00u));
+
 // (A stale segment nobody holds is taken over: the kill matrix's newcomers.)
 TEST(ChannelTest, FirstPlaceIsRefilledAfterTheFirstLeaves) {
   Pipe go, joined;
