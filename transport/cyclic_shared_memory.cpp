@@ -232,14 +232,13 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
       return;
     }
     mAttachAddress = address;
-    std::uint32_t* const flagsWord = static_cast<std::uint32_t*>(address);
     // Alone on a segment we did not create: whatever the header said before
     // we looked, its owners are gone, and we take the first place whatever
     // the flags. The flags are read before the attach count, so that a claim
     // by an end attaching after the count changes them and defeats ours. A
     // creator does not force: its segment starts zeroed, and a joiner that
     // came before the creator attached may have claimed the place already.
-    std::uint32_t const before = __atomic_load_n(flagsWord, __ATOMIC_ACQUIRE);
+    std::uint32_t const before = __atomic_load_n(static_cast<std::uint32_t*>(address), __ATOMIC_ACQUIRE);
     bool stale = false;
     if (!created) {
       shmid_ds status;
@@ -281,6 +280,13 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
       return __atomic_compare_exchange_n(mPartyFlags, &expected, desired, false, __ATOMIC_ACQ_REL,
                                          __ATOMIC_ACQUIRE);
     };
+    // Taking over a first place that someone else left: its poller words
+    // stay, the second party's poller still needs them.
+    auto takeOverFirst = [this] {
+      *mFirstPartyPid = static_cast<std::uint32_t>(mPID);
+      *mFirstPartyTid = GetTID();
+      mIsFirstParty = true;
+    };
     bool placed = false;
     if (stale) {
       if (claim(before, kFirstAttached)) {
@@ -293,29 +299,20 @@ CyclicSharedMemory::CyclicSharedMemory(int id, char const* path, unsigned size)
         // rather than be refused as a third for good.
         std::uint32_t const now = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
         auto orphaned = [&](std::uint32_t place) { return (before & now & place) == place; };
-        if (orphaned(kFirstAttached)) {
-          *mFirstPartyPid = static_cast<std::uint32_t>(mPID);
-          *mFirstPartyTid = GetTID();
-          mIsFirstParty = placed = true;
-        } else if (orphaned(kSecondAttached)) {
-          placed = true;
-        }
+        if (orphaned(kFirstAttached)) takeOverFirst();
+        placed = mIsFirstParty || orphaned(kSecondAttached);
       }
     }
-    std::uint32_t flags;
     while (!placed) {
-      flags = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
+      std::uint32_t const flags = __atomic_load_n(mPartyFlags, __ATOMIC_ACQUIRE);
       switch (flags & kAttachedMask) {
         case kFirstAttached:
           placed = claim(flags, flags | kSecondAttached);
           break;
-        case kSecondAttached:
-          // The first party left: take its place. Its poller words stay, the
-          // second party's poller still needs them.
+        case kSecondAttached:  // the first party left
           if (claim(flags, flags | kFirstAttached)) {
-            *mFirstPartyPid = static_cast<std::uint32_t>(mPID);
-            *mFirstPartyTid = GetTID();
-            mIsFirstParty = placed = true;
+            takeOverFirst();
+            placed = true;
           }
           break;
         case kBothAttached: {
@@ -520,7 +517,9 @@ unsigned CyclicSharedMemory::WriteFrame(int const* code, char const* data, unsig
     mWriteMutex.Unlock();
     return 0;
   }
-  // Most readers have no poller: then there is nothing to wake or forget.
+  // Most readers never had a poller: then SpurOnTrojanHorse would change
+  // nothing, and skipping the call is a sixteenth of a small write's
+  // instructions.
   if (mTrojan || mRewindSuppressed || *(mIsFirstParty ? mSecondPollerMainKey : mFirstPollerMainKey) != 0)
     SpurOnTrojanHorse(length);
   mWriteMutex.Unlock();
